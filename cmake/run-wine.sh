@@ -1,0 +1,20 @@
+#!/bin/sh
+# run-wine.sh PREFIX PROGRAM [ARGUMENT ...] - runs a Windows program under Wine in a prefix of the build's own.
+# The prefix is made on first use; programs started side by side wait for the one that makes it.
+set -eu
+prefix=$1
+shift
+export WINEPREFIX="$prefix" WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml,winemenubuilder.exe=" LC_ALL=C.UTF-8
+unset DISPLAY || true
+mkdir -p "$prefix"
+if [ ! -f "$prefix/ready" ]; then
+    (
+        flock 9
+        if [ ! -f "$prefix/ready" ]; then
+            wineboot --init >"$prefix/boot.log" 2>&1 9>&-
+            wineserver -w 9>&-
+            : >"$prefix/ready"
+        fi
+    ) 9>"$prefix/lock"
+fi
+exec wine "$@"

@@ -1,0 +1,11 @@
+/*
+ * vorn.h - the whole C interface.
+ */
+#ifndef VORN_VORN_H
+#define VORN_VORN_H
+
+#include <vorn/runtime.h>
+#include <vorn/status.h>
+#include <vorn/types.h>
+
+#endif

@@ -1,0 +1,8 @@
+// vorn.hpp - the whole C++ class layer, with the C interface.
+#ifndef VORN_VORN_HPP
+#define VORN_VORN_HPP
+
+#include <vorn/exceptions.hpp>
+#include <vorn/vorn.h>
+
+#endif

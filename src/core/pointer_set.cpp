@@ -1,0 +1,104 @@
+#include "core/pointer_set.h"
+
+#include <cstdlib>
+
+namespace vorn::detail {
+
+namespace {
+
+constexpr unsigned kSmallestLog = 4;
+
+// Multiplicative hashing: the high bits of the product depend on every bit of the value.
+constexpr uint64_t kMultiplier = 0x9E3779B97F4A7C15u;
+
+size_t Hash(uintptr_t value, unsigned shift) noexcept
+{
+    return static_cast<size_t>((value * kMultiplier) >> shift);
+}
+
+}  // namespace
+
+PointerSet::~PointerSet()
+{
+    std::free(table_.load(std::memory_order_relaxed));
+}
+
+// The slot that holds the value, or the empty slot where it would go. The table is never full.
+size_t PointerSet::SlotOf(uintptr_t value) const noexcept
+{
+    const uintptr_t* table = table_.load(std::memory_order_relaxed);
+    const unsigned shift = shift_.load(std::memory_order_relaxed);
+    const size_t mask = (size_t{1} << (64 - shift)) - 1;
+    size_t slot = Hash(value, shift);
+    while (table[slot] != 0 && table[slot] != value) slot = (slot + 1) & mask;
+    return slot;
+}
+
+bool PointerSet::Contains(const void* value) const noexcept
+{
+    if (value == nullptr || size_ == 0) return false;
+    const uintptr_t word = reinterpret_cast<uintptr_t>(value);
+    return table_.load(std::memory_order_relaxed)[SlotOf(word)] == word;
+}
+
+bool PointerSet::Insert(const void* value) noexcept
+{
+    if (value == nullptr) return false;
+    if (Contains(value)) return true;
+    const uintptr_t* table = table_.load(std::memory_order_relaxed);
+    const size_t capacity = table == nullptr ? 0 : size_t{1} << (64 - shift_.load(std::memory_order_relaxed));
+    // At most three quarters full, so that probes stay short and an empty slot always ends them.
+    if ((size_ + 1) * 4 > capacity * 3 && !Grow()) return false;
+    const uintptr_t word = reinterpret_cast<uintptr_t>(value);
+    table_.load(std::memory_order_relaxed)[SlotOf(word)] = word;
+    ++size_;
+    return true;
+}
+
+bool PointerSet::Erase(const void* value) noexcept
+{
+    if (!Contains(value)) return false;
+    uintptr_t* table = table_.load(std::memory_order_relaxed);
+    const unsigned shift = shift_.load(std::memory_order_relaxed);
+    const size_t mask = (size_t{1} << (64 - shift)) - 1;
+    size_t hole = SlotOf(reinterpret_cast<uintptr_t>(value));
+    // Values behind the hole move into it where their own probe would have met it, so that no look-up
+    // ends early at an empty slot.
+    for (size_t slot = (hole + 1) & mask; table[slot] != 0; slot = (slot + 1) & mask) {
+        const size_t home = Hash(table[slot], shift);
+        if (((slot - home) & mask) >= ((slot - hole) & mask)) {
+            table[hole] = table[slot];
+            hole = slot;
+        }
+    }
+    table[hole] = 0;
+    --size_;
+    return true;
+}
+
+void PointerSet::Prefetch(const void* value) const noexcept
+{
+    const unsigned shift = shift_.load(std::memory_order_relaxed);
+    if (shift >= 64) return;
+    const uintptr_t* table = table_.load(std::memory_order_relaxed);
+    __builtin_prefetch(table + Hash(reinterpret_cast<uintptr_t>(value), shift));
+}
+
+bool PointerSet::Grow() noexcept
+{
+    uintptr_t* old = table_.load(std::memory_order_relaxed);
+    const unsigned oldShift = shift_.load(std::memory_order_relaxed);
+    const unsigned log = old == nullptr ? kSmallestLog : 64 - oldShift + 1;
+    uintptr_t* table = static_cast<uintptr_t*>(std::calloc(size_t{1} << log, sizeof(uintptr_t)));
+    if (table == nullptr) return false;
+    table_.store(table, std::memory_order_relaxed);
+    shift_.store(64 - log, std::memory_order_relaxed);
+    const size_t oldCapacity = old == nullptr ? 0 : size_t{1} << (64 - oldShift);
+    for (size_t i = 0; i < oldCapacity; ++i) {
+        if (old[i] != 0) table[SlotOf(old[i])] = old[i];
+    }
+    std::free(old);
+    return true;
+}
+
+}  // namespace vorn::detail
