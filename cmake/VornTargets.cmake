@@ -11,6 +11,8 @@
 #       module, so that it may test internals, and built on the host too.
 #   vorn_benchmark(name file... [LIBRARIES lib...])
 #   vorn_fuzzer(name file...)        a libFuzzer target over the portable sources
+#   vorn_soak(name file...)          a long-running test program soak_<name>, built by the target "soak" only
+#   vorn_example(name file...)       an example program
 
 set(CMAKE_C_STANDARD 11)
 set(CMAKE_C_STANDARD_REQUIRED ON)
@@ -148,6 +150,26 @@ function(vorn_benchmark name)
     add_executable(${name} ${arg_UNPARSED_ARGUMENTS})
     target_link_libraries(${name} PRIVATE vorn_options vorn vorn_bench_support ${arg_LIBRARIES})
     set_property(GLOBAL APPEND PROPERTY vorn_benchmarks ${name})
+endfunction()
+
+function(vorn_soak name)
+    if(WIN32)
+        add_executable(soak_${name} EXCLUDE_FROM_ALL ${ARGN})
+        target_link_libraries(soak_${name} PRIVATE vorn_options vorn_test_support vorn)
+        if(NOT TARGET soak)
+            add_custom_target(soak)
+        endif()
+        add_dependencies(soak soak_${name})
+    endif()
+endfunction()
+
+function(vorn_example name)
+    add_executable(${name} ${ARGN})
+    target_link_libraries(${name} PRIVATE vorn_options vorn)
+    if(NOT TARGET examples)
+        add_custom_target(examples)
+    endif()
+    add_dependencies(examples ${name})
 endfunction()
 
 function(vorn_fuzzer name)
