@@ -2,6 +2,7 @@
 #ifndef VORN_CORE_RECORD_H
 #define VORN_CORE_RECORD_H
 
+#include <cstdint>
 #include <cstdlib>
 #include <type_traits>
 #include <utility>

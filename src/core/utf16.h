@@ -1,0 +1,21 @@
+// utf16.h - lengths of zero-terminated UTF-16 text, where the C library's wide functions may count 4-byte
+// units.
+#ifndef VORN_CORE_UTF16_H
+#define VORN_CORE_UTF16_H
+
+#include <cstddef>
+
+namespace vorn::detail {
+
+// Units before the terminating zero.
+inline size_t LengthUnits(const wchar_t* text) noexcept
+{
+    static_assert(sizeof(wchar_t) == 2, "text is UTF-16");
+    const wchar_t* end = text;
+    while (*end != 0) ++end;
+    return static_cast<size_t>(end - text);
+}
+
+}  // namespace vorn::detail
+
+#endif
