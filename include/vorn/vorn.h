@@ -4,6 +4,7 @@
 #ifndef VORN_VORN_H
 #define VORN_VORN_H
 
+#include <vorn/file.h>
 #include <vorn/runtime.h>
 #include <vorn/status.h>
 #include <vorn/types.h>
