@@ -5,6 +5,7 @@
 #define VORN_VORN_H
 
 #include <vorn/file.h>
+#include <vorn/file_find.h>
 #include <vorn/runtime.h>
 #include <vorn/status.h>
 #include <vorn/types.h>

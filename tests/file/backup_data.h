@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-namespace vorn::test {
+namespace vorn_test {
 
 using Bytes = std::vector<uint8_t>;
 
@@ -63,6 +63,6 @@ inline Bytes NamedStream(const UnitText& name, size_t dataBytes)
     return Stream(kBackupAlternateData, name, dataBytes);
 }
 
-}  // namespace vorn::test
+}  // namespace vorn_test
 
 #endif

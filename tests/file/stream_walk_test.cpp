@@ -13,9 +13,9 @@ using vorn::detail::StreamHeader;
 using vorn::detail::StreamList;
 using vorn::detail::StreamNode;
 using vorn::detail::StreamSource;
-using namespace vorn::test;
+using namespace vorn_test;
 
-using Text = vorn::test::UnitText;
+using Text = vorn_test::UnitText;
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <string>
 
-namespace vorn::test {
+namespace vorn_test {
 
 struct UnitTraits : std::char_traits<wchar_t> {
     static size_t length(const wchar_t* text)
@@ -50,6 +50,6 @@ struct UnitTraits : std::char_traits<wchar_t> {
 
 using UnitText = std::basic_string<wchar_t, UnitTraits>;
 
-}  // namespace vorn::test
+}  // namespace vorn_test
 
 #endif

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-using Text = vorn::test::UnitText;
+using Text = vorn_test::UnitText;
 
 namespace {
 
