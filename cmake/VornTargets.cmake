@@ -5,6 +5,7 @@
 #   vorn_portable_static the portable sources once more as a static library, for tests that look inside
 #
 #   vorn_portable_sources(file...)   sources that never include <windows.h>
+#   vorn_vector_sources(LEVEL file...)  portable sources compiled for a vector level of src/core/cpu.h
 #   vorn_system_sources(file...)     sources that call the system
 #   vorn_test(name file... [PORTABLE] [LIBRARIES lib...] [TIMEOUT seconds])
 #       one test program and one CTest entry. PORTABLE: linked to vorn_portable_static instead of the
@@ -114,6 +115,33 @@ function(vorn_portable_sources)
     if(WIN32)
         target_sources(vorn_portable PRIVATE ${files})
     endif()
+endfunction()
+
+set(VORN_VECTOR_FLAGS_SSE41 -mssse3 -msse4.1 -mpopcnt)
+set(VORN_VECTOR_FLAGS_AVX2 ${VORN_VECTOR_FLAGS_SSE41} -mavx2 -mbmi -mbmi2)
+set(VORN_VECTOR_FLAGS_AVX512 ${VORN_VECTOR_FLAGS_AVX2} -mavx512f -mavx512bw -mavx512dq -mavx512vl -mavx512vbmi
+    -mavx512vbmi2)
+if(WIN32)
+    # The stack is aligned to 16 bytes only, and the compiler spills wide registers with aligned moves all the
+    # same; the assembler turns those into unaligned ones, which are as fast.
+    list(APPEND VORN_VECTOR_FLAGS_AVX2 -Wa,-muse-unaligned-vector-move)
+    list(APPEND VORN_VECTOR_FLAGS_AVX512 -Wa,-muse-unaligned-vector-move)
+endif()
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    # The compiler's own intrinsics headers set registers to themselves where the content does not matter.
+    list(APPEND VORN_VECTOR_FLAGS_AVX512 -Wno-uninitialized -Wno-maybe-uninitialized)
+endif()
+
+function(vorn_vector_sources level)
+    vorn_portable_sources(${ARGN})
+    set(targets vorn_portable_static)
+    if(WIN32)
+        list(APPEND targets vorn_portable)
+    endif()
+    foreach(target IN LISTS targets)
+        set_property(SOURCE ${ARGN} TARGET_DIRECTORY ${target} APPEND PROPERTY COMPILE_OPTIONS
+            ${VORN_VECTOR_FLAGS_${level}})
+    endforeach()
 endfunction()
 
 function(vorn_system_sources)

@@ -1,7 +1,5 @@
 #include "core/base64.h"
 
-#include <algorithm>
-
 namespace vorn::detail {
 
 namespace {
@@ -55,25 +53,30 @@ size_t EncodeLinesPlain(const uint8_t* data, size_t length, char* text)
     return lines;
 }
 
-Base64Run DecodeRunPlain(const char* text, size_t length, uint8_t* data)
+Base64Run DecodeGroupsPlain(const char* text, size_t length, uint8_t* data, size_t room)
 {
     Base64Run run{0, 0};
-    for (; length - run.read >= 4; run.read += 4, run.written += 3) {
+    for (;;) {
+        if (length - run.read < 4 || room - run.written < 3) return run;
         const uint8_t* group = reinterpret_cast<const uint8_t*>(text) + run.read;
         const uint32_t a = kReverse.digit[group[0]];
         const uint32_t b = kReverse.digit[group[1]];
         const uint32_t c = kReverse.digit[group[2]];
         const uint32_t d = kReverse.digit[group[3]];
-        if ((a | b | c | d) == kNoDigit) break;
+        if ((a | b | c | d) == kNoDigit) {
+            const size_t lineBreak = Base64LineBreak(text + run.read, length - run.read);
+            if (lineBreak == 0) return run;
+            run.read += lineBreak;
+            continue;
+        }
         const uint32_t bits = a << 18 | b << 12 | c << 6 | d;
         data[run.written] = static_cast<uint8_t>(bits >> 16);
         data[run.written + 1] = static_cast<uint8_t>(bits >> 8);
         data[run.written + 2] = static_cast<uint8_t>(bits);
+        run.read += 4;
+        run.written += 3;
     }
-    return run;
 }
-
-constexpr Base64Codec kPlainCodec{EncodeLinesPlain, DecodeRunPlain};
 
 // Without the line feeds, alone or after a carriage return, at the end of the text.
 size_t TrimLineBreaks(const char* text, size_t length) noexcept
@@ -113,9 +116,21 @@ bool NextDigit(const char* text, size_t length, size_t* position, uint8_t* digit
 
 }  // namespace
 
-const Base64Codec& Base64CodecFor(VectorLevel) noexcept
+const Base64Codec kBase64Plain{EncodeLinesPlain, DecodeGroupsPlain};
+
+const Base64Codec& Base64CodecFor(VectorLevel level) noexcept
 {
-    return kPlainCodec;
+    switch (level) {
+        case VectorLevel::kAvx512:
+            return kBase64Avx512;
+        case VectorLevel::kAvx2:
+            return kBase64Avx2;
+        case VectorLevel::kSse41:
+            return kBase64Sse41;
+        case VectorLevel::kPlain:
+            break;
+    }
+    return kBase64Plain;
 }
 
 uint64_t Base64EncodedSize(size_t length) noexcept
@@ -163,8 +178,8 @@ bool Base64Decode(const Base64Codec& codec, const char* text, size_t length, uin
     uint8_t* out = data;
     size_t position = 0;
     while (position < length) {
-        const size_t room = static_cast<size_t>(end - out) / 3 * 4;
-        const Base64Run run = codec.decodeRun(text + position, std::min(length - position, room), out);
+        const Base64Run run =
+            codec.decodeGroups(text + position, length - position, out, static_cast<size_t>(end - out));
         position += run.read;
         out += run.written;
         if (position == length) break;

@@ -18,21 +18,35 @@ constexpr size_t kBase64LineCharacters = 76;  // 19 groups of four
 constexpr size_t kBase64LineSize = 78;        // with carriage return and line feed
 
 struct Base64Run {
-    size_t read;     // characters, a multiple of four
-    size_t written;  // bytes, three for each four characters
+    size_t read;     // characters
+    size_t written;  // bytes
 };
 
 struct Base64Codec {
-    // Encodes full lines of 57 bytes, each with its line break, and returns how many. May leave a few of the
-    // full lines that `length` holds to the caller, never more than two.
+    // Encodes the full lines of 57 bytes that `length` holds, each with its line break. May leave the last
+    // few of them to the caller; returns how many it did.
     size_t (*encodeLines)(const uint8_t* data, size_t length, char* text);
-    // Decodes whole groups from the start of `text` up to the first group that holds a character outside the
-    // alphabet, or less: it may stop at any group.
-    Base64Run (*decodeRun)(const char* text, size_t length, uint8_t* data);
+    // Decodes whole groups into at most `room` bytes, and skips the line breaks between groups, up to
+    // anything else: a group with a line break inside, padding, a wrong character. It may stop before any
+    // group.
+    Base64Run (*decodeGroups)(const char* text, size_t length, uint8_t* data, size_t room);
 };
 
 // The codec that needs the vector unit `level`; the processor must have it to call the codec.
 const Base64Codec& Base64CodecFor(VectorLevel level) noexcept;
+
+extern const Base64Codec kBase64Plain;
+extern const Base64Codec kBase64Sse41;
+extern const Base64Codec kBase64Avx2;
+extern const Base64Codec kBase64Avx512;
+
+// The number of characters of the line break at the start of `text`, 0 if there is none. Static, because each
+// codec's file compiles it for another vector unit.
+static inline size_t Base64LineBreak(const char* text, size_t length) noexcept
+{
+    if (length >= 2 && text[0] == '\r' && text[1] == '\n') return 2;
+    return length >= 1 && text[0] == '\n' ? 1 : 0;
+}
 
 // The size of the encoded text with its line breaks and terminating zero.
 uint64_t Base64EncodedSize(size_t length) noexcept;
