@@ -219,8 +219,8 @@ VORN_API VornStatus VornProcGetExecutableName(VornPPid* ppid, wchar_t* buffer, u
  * the iterator's current process, works with every function of this header and ends with VornProcGetClose.
  * The process may have ended meanwhile, and its native id may be 0.
  *
- * Last error: VORN_OK; VORN_E_INVALID_ARG first null; VORN_E_SYSTEM no snapshot could be taken or read;
- * VORN_E_NO_MORE it is empty; VORN_E_NO_MEMORY. Any thread may call this.
+ * Last error: VORN_OK; VORN_E_INVALID_ARG first null; VORN_E_SYSTEM no snapshot could be taken, or it cannot
+ * be read; VORN_E_NO_MEMORY. Any thread may call this.
  */
 VORN_API VornProcIterator* VornProcGetFirst(VornPPid** first);
 
@@ -291,9 +291,10 @@ VORN_API VornStatus VornProcGetModuleName(VornProcModule* module, VornPPid* ppid
  * cannot be opened, the privilege stays enabled. */
 
 /**
- * Reads memory of a process: the whole range or nothing.
+ * Reads memory of a process.
  *
  * address: where to read, in the process's own addresses. size: bytes, not 0.
+ * buffer: receives the bytes; with VORN_E_READ its content is unspecified.
  * bytesRead: receives how many bytes were read; untouched on failure; may be null.
  *
  * Returns VORN_OK; VORN_E_INVALID_ARG unknown PPid, buffer null, size 0; VORN_E_NOT_PERMITTED the process
