@@ -6,6 +6,8 @@
 
 #include <vorn/file.h>
 #include <vorn/file_find.h>
+#include <vorn/library.h>
+#include <vorn/proc.h>
 #include <vorn/runtime.h>
 #include <vorn/status.h>
 #include <vorn/types.h>
