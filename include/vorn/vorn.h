@@ -10,6 +10,8 @@
 #include <vorn/proc.h>
 #include <vorn/runtime.h>
 #include <vorn/status.h>
+#include <vorn/sync.h>
+#include <vorn/thread.h>
 #include <vorn/types.h>
 
 #endif

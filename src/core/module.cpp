@@ -10,7 +10,7 @@
 
 using namespace vorn::detail;
 
-extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD reason, LPVOID)
+extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD reason, LPVOID reserved)
 {
     switch (reason) {
         case DLL_PROCESS_ATTACH:
@@ -21,6 +21,7 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD reason, LPVOID)
             RunThreadExitCleanup();
             return TRUE;
         case DLL_PROCESS_DETACH:
+            if (reserved != nullptr) NoteProcessEnd();
             RunThreadExitCleanup();
             DeleteThreadRecordKey();
             DeleteStaticInitLock();

@@ -76,6 +76,16 @@ bool PointerSet::Erase(const void* value) noexcept
     return true;
 }
 
+const void* PointerSet::TakeAny() noexcept
+{
+    if (size_ == 0) return nullptr;
+    const uintptr_t* table = table_.load(std::memory_order_relaxed);
+    while (*table == 0) ++table;
+    const void* const value = reinterpret_cast<const void*>(*table);
+    Erase(value);
+    return value;
+}
+
 void PointerSet::Prefetch(const void* value) const noexcept
 {
     const unsigned shift = shift_.load(std::memory_order_relaxed);

@@ -24,6 +24,8 @@ public:
     // True when the value was in the set.
     bool Erase(const void* value) noexcept;
     bool Contains(const void* value) const noexcept;
+    // Takes out one value, whichever; null when the set is empty.
+    const void* TakeAny() noexcept;
     size_t Size() const noexcept { return size_; }
 
     // Asks the processor for the cache line where the value would be. Any thread may call this at any

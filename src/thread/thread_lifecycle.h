@@ -13,6 +13,13 @@ void DeleteThreadRecordKey() noexcept;
 // the record itself unless someone may still join it. Does nothing for a thread without a record.
 void RunThreadExitCleanup() noexcept;
 
+// Called at process detach when the process ends, as against an unload of the module. The system has then
+// ended every other thread, wherever it was, possibly inside the library with a lock held.
+void NoteProcessEnd() noexcept;
+
+// True from then on: no lock that is held will be released, and whoever waits for another thread hangs.
+bool ProcessIsEnding() noexcept;
+
 }  // namespace vorn::detail
 
 #endif
