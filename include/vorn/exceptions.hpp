@@ -137,7 +137,7 @@ public:
 };
 
 /// Base that forbids copying.
-class VORN_API NonCopyable {
+class NonCopyable {
 public:
     NonCopyable(const NonCopyable&) = delete;
     NonCopyable& operator=(const NonCopyable&) = delete;
