@@ -6,6 +6,7 @@
 #include "core/win32.h"
 
 #include "core/last_error.h"
+#include "core/processor_mask.h"
 #include "core/record.h"
 #include "file/shell_path.h"
 #include "thread/static_init_lock.h"
@@ -24,21 +25,15 @@ unsigned initLockUsers = 0;  // guarded by the static-initialisation lock
 uint32_t initCount = 0;  // guarded by initLock
 std::atomic<SystemInfo*> systemInfo{nullptr};
 
-uint32_t CountBits(uint64_t mask) noexcept
-{
-    uint32_t count = 0;
-    for (; mask != 0; mask &= mask - 1) ++count;
-    return count;
-}
-
 SystemInfo* MakeSystemInfo() noexcept
 {
     Record<SystemInfo> info;
     if (!info) return nullptr;
     DWORD_PTR processMask = 0;
     DWORD_PTR systemMask = 0;
-    info->processors =
-        GetProcessAffinityMask(GetCurrentProcess(), &processMask, &systemMask) ? CountBits(processMask) : 1;
+    info->processors = GetProcessAffinityMask(GetCurrentProcess(), &processMask, &systemMask)
+                           ? ProcessorsInMask(processMask)
+                           : 1;
     OSVERSIONINFOW version = {};
     version.dwOSVersionInfoSize = sizeof(version);
     static_assert(sizeof(OSVERSIONINFOW) == 276);

@@ -1,0 +1,216 @@
+#include <vorn/runtime.h>
+#include <vorn/thread.h>
+
+#include "core/win32.h"
+
+#include "support/child_process.h"
+#include "support/failing_call.h"
+#include "support/leak_watch.h"
+
+#include <gtest/gtest.h>
+#include <thread>
+#include <vector>
+
+using namespace vorn_test;
+
+namespace {
+
+// The library's count is 0 when a case starts and when it ends.
+class Runtime : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        // What the first use of the library creates for good is there before a case starts.
+        ASSERT_EQ(VornInitialize(), VORN_OK);
+        VornTerminate();
+    }
+};
+
+DWORD structureSize;
+DWORD platformId;
+BOOL WINAPI RecordVersion(OSVERSIONINFOW* version)
+{
+    structureSize = version->dwOSVersionInfoSize;
+    version->dwPlatformId = platformId;
+    version->dwMajorVersion = 10;
+    version->dwMinorVersion = 7;
+    return TRUE;
+}
+
+}  // namespace
+
+TEST_F(Runtime, TheModuleHasTheVersionOfTheHeaders)
+{
+    EXPECT_EQ(VornGetVersion(), VORN_VERSION);
+    EXPECT_EQ(VornGetVersion(), 0x00010000u);
+}
+
+TEST_F(Runtime, LastErrorIsZeroForAThreadThatStoredNothing)
+{
+    ASSERT_EQ(VornInitialize(), VORN_OK);
+    VornSetLastError(VORN_E_NOT_FOUND);
+    VornStatus other = 77;
+    std::thread([&other] { other = VornGetLastError(); }).join();
+    EXPECT_EQ(other, VORN_OK);
+    EXPECT_EQ(VornGetLastError(), VORN_E_NOT_FOUND);
+    VornTerminate();
+}
+
+TEST_F(Runtime, LastErrorHoldsAnyValueStored)
+{
+    ASSERT_EQ(VornInitialize(), VORN_OK);
+    for (VornStatus status : {VORN_E_SYSTEM, VornStatus{0xFFFFFFFF}, VORN_OK, VORN_E_BAD_IMAGE}) {
+        VornSetLastError(status);
+        EXPECT_EQ(VornGetLastError(), status);
+    }
+    VornTerminate();
+}
+
+TEST_F(Runtime, LastErrorDoesNothingBeforeInitializeAndAfterTerminate)
+{
+    VornSetLastError(VORN_E_NOT_FOUND);
+    EXPECT_EQ(VornGetLastError(), VORN_OK);
+    ASSERT_EQ(VornInitialize(), VORN_OK);
+    EXPECT_EQ(VornGetLastError(), VORN_OK);
+    VornTerminate();
+    EXPECT_EQ(VornGetLastError(), VORN_OK);
+}
+
+TEST_F(Runtime, LastErrorLeavesOtherThreadLocalSlotsAloneWhileNotInitialized)
+{
+    // Slot 0 belongs to somebody else.
+    void* const before = TlsGetValue(0);
+    VornSetLastError(VORN_E_NOT_FOUND);
+    EXPECT_EQ(TlsGetValue(0), before);
+}
+
+TEST_F(Runtime, InitializeNestsByCount)
+{
+    ASSERT_EQ(VornInitialize(), VORN_OK);
+    ASSERT_EQ(VornInitialize(), VORN_OK);
+    VornSetLastError(VORN_E_BUSY);
+    VornTerminate();
+    EXPECT_EQ(VornGetLastError(), VORN_E_BUSY);
+    VornTerminate();
+    EXPECT_EQ(VornGetLastError(), VORN_OK);
+}
+
+TEST_F(Runtime, OnlyTheFirstInitializeTakesAnIndex)
+{
+    ASSERT_EQ(VornInitialize(), VORN_OK);
+    FailingCall fail(kTlsAlloc, 1, true);
+    EXPECT_EQ(VornInitialize(), VORN_OK);
+    EXPECT_EQ(fail.Calls(), 0);
+    VornTerminate();
+    VornTerminate();
+}
+
+TEST_F(Runtime, InitializeGives120WhenNoIndexIsLeftAndCanBeRepeated)
+{
+    {
+        FailingCall fail(kTlsAlloc);
+        EXPECT_EQ(VornInitialize(), VORN_E_NO_RESOURCES);
+    }
+    EXPECT_EQ(VornInitialize(), VORN_OK);
+    VornSetLastError(VORN_E_BUSY);
+    EXPECT_EQ(VornGetLastError(), VORN_E_BUSY);
+    VornTerminate();
+}
+
+TEST_F(Runtime, InitializeGives98WhenItsRecordOrItsLockCannotBeMadeAndLeavesNothing)
+{
+    LeakWatch watch;
+    for (const FaultPoint& point : {kMalloc, kCalloc, kCreateEvent}) {
+        FailEachCallInTurn(point, [] {
+            const VornStatus status = VornInitialize();
+            if (status == VORN_OK) {
+                VornTerminate();
+            } else {
+                EXPECT_EQ(status, VORN_E_SYSTEM);
+            }
+        });
+    }
+    EXPECT_EQ(watch.Leaks(), "");
+    EXPECT_EQ(VornInitialize(), VORN_OK);
+    VornTerminate();
+}
+
+TEST_F(Runtime, AnIndexTakenForAFailedInitializeIsGivenBack)
+{
+    FailingCall countFrees({"TlsFree", 1, 0}, 0);
+    FailingCall fail(kCalloc, 1, true);
+    FailingCall failMalloc(kMalloc, 1, true);
+    EXPECT_EQ(VornInitialize(), VORN_E_SYSTEM);
+    EXPECT_LE(countFrees.Calls(), 1);
+}
+
+TEST_F(Runtime, TerminateAndInitializeAgainStartFromTheBeginning)
+{
+    LeakWatch watch;
+    for (int round = 0; round < 500; ++round) {
+        ASSERT_EQ(VornInitialize(), VORN_OK);
+        VornTerminate();
+    }
+    EXPECT_EQ(watch.Leaks(), "");
+}
+
+TEST_F(Runtime, AsksForTheVersionWithTheStructureSizeOf276Bytes)
+{
+    structureSize = 0;
+    ImportRedirect redirect("GetVersionExW", &RecordVersion);
+    ASSERT_TRUE(redirect.Found());
+    ASSERT_EQ(VornInitialize(), VORN_OK);
+    VornTerminate();
+    EXPECT_EQ(structureSize, 276u);
+}
+
+TEST_F(Runtime, AnUnreadableAffinityMaskOrVersionIsNoFailure)
+{
+    FailingCall failMask({"GetProcessAffinityMask", 0, kGenericFailure}, 1, true);
+    FailingCall failVersion({"GetVersionExW", 0, kGenericFailure}, 1, true);
+    EXPECT_EQ(VornInitialize(), VORN_OK);
+    VornTerminate();
+    EXPECT_EQ(failMask.Failures(), 1);
+}
+
+TEST_F(Runtime, ManyThreadsMayInitializeAndTerminateAtOnce)
+{
+    LeakWatch watch;
+    std::vector<std::thread> threads;
+    std::atomic<int> failures{0};
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([&failures] {
+            for (int round = 0; round < 300; ++round) {
+                if (VornInitialize() != VORN_OK) ++failures;
+                VornTerminate();
+            }
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(failures, 0);
+    EXPECT_EQ(VornInitialize(), VORN_OK);
+    VornSetLastError(VORN_E_BUSY);
+    EXPECT_EQ(VornGetLastError(), VORN_E_BUSY);
+    VornTerminate();
+    EXPECT_EQ(VornGetLastError(), VORN_OK);
+}
+
+// In a process of its own, since the count stays off by one.
+VORN_CHILD(TerminateWithoutInitialize)
+{
+    VornTerminate();
+    // Deliberate: the count went below 0, so this call brings it to 0 and initialises nothing.
+    if (VornInitialize() != VORN_OK) return 1;
+    VornSetLastError(VORN_E_BUSY);
+    if (VornGetLastError() != VORN_OK) return 2;
+    if (VornInitialize() != VORN_OK) return 3;
+    VornSetLastError(VORN_E_BUSY);
+    if (VornGetLastError() != VORN_E_BUSY) return 4;
+    return 0;
+}
+
+TEST_F(Runtime, ATerminateTooManyMakesTheNextInitializeDoNothing)
+{
+    ChildProcess child("TerminateWithoutInitialize");
+    EXPECT_EQ(child.Wait(), 0u);
+}

@@ -1,0 +1,97 @@
+// load_test.cpp - the module loaded and freed by name: this program does not link it.
+
+#include "core/win32.h"
+
+#include "support/child_process.h"
+#include "support/leak_watch.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <vector>
+
+using namespace vorn_test;
+
+namespace {
+
+constexpr int kRounds = 2000;
+
+// The module's own functions, found by name.
+struct Module {
+    HMODULE handle = LoadLibraryW(L"vorn_1_0.dll");
+
+    template <class Function>
+    Function Find(const char* name) const
+    {
+        return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(handle, name)));
+    }
+};
+
+// A load, the calls that a small client makes, and the free.
+bool UseOnce()
+{
+    const Module module;
+    if (module.handle == nullptr) return false;
+    const auto initialize = module.Find<uint32_t (*)()>("VornInitialize");
+    const auto terminate = module.Find<void (*)()>("VornTerminate");
+    const auto self = module.Find<void* (*)()>("VornThreadSelf");
+    const auto lock = module.Find<uint32_t (*)(void**)>("VornMutexLock");
+    const auto unlock = module.Find<uint32_t (*)(void**)>("VornMutexUnlock");
+    const auto destroy = module.Find<uint32_t (*)(void**)>("VornMutexDestroy");
+    if (initialize == nullptr || initialize() != 0) return false;
+    bool good = self() != nullptr;
+    void* mutex = reinterpret_cast<void*>(~uintptr_t{1});  // the recursive static initialiser
+    good = good && lock(&mutex) == 0 && unlock(&mutex) == 0 && destroy(&mutex) == 0;
+    terminate();
+    return FreeLibrary(module.handle) && good;
+}
+
+DWORD FreshThreadLocalIndex()
+{
+    const DWORD index = TlsAlloc();
+    TlsFree(index);
+    return index;
+}
+
+// Bytes in busy blocks of every heap of this process.
+size_t BusyHeapBytes()
+{
+    std::vector<HANDLE> heaps(GetProcessHeaps(0, nullptr));
+    heaps.resize(GetProcessHeaps(static_cast<DWORD>(heaps.size()), heaps.data()));
+    size_t bytes = 0;
+    for (HANDLE heap : heaps) {
+        PROCESS_HEAP_ENTRY entry = {};
+        HeapLock(heap);
+        while (HeapWalk(heap, &entry)) {
+            if ((entry.wFlags & PROCESS_HEAP_ENTRY_BUSY) != 0) bytes += entry.cbData;
+        }
+        HeapUnlock(heap);
+    }
+    return bytes;
+}
+
+}  // namespace
+
+TEST(ModuleLoad, TwoThousandLoadsLeaveNoIndexNoHandleAndNoMemory)
+{
+    // The first loads fill what the loader and the C library keep for the process.
+    for (int round = 0; round < 50; ++round) ASSERT_TRUE(UseOnce());
+    ASSERT_EQ(GetModuleHandleW(L"vorn_1_0.dll"), nullptr) << "the module stays loaded, so nothing is shown";
+    const DWORD index = FreshThreadLocalIndex();
+    const uintptr_t handle = FreshHandleNumber();
+    const size_t bytes = BusyHeapBytes();
+    for (int round = 0; round < kRounds; ++round) ASSERT_TRUE(UseOnce()) << round;
+    EXPECT_EQ(FreshThreadLocalIndex(), index);
+    EXPECT_EQ(FreshHandleNumber(), handle);
+    // Less than one byte a round is no leak of the module's.
+    EXPECT_LT(BusyHeapBytes(), bytes + kRounds);
+}
+
+TEST(ModuleLoad, FailsWhenNoThreadLocalIndexIsLeft)
+{
+    std::vector<DWORD> taken;
+    for (DWORD index = TlsAlloc(); index != TLS_OUT_OF_INDEXES; index = TlsAlloc()) taken.push_back(index);
+    EXPECT_EQ(LoadLibraryW(L"vorn_1_0.dll"), nullptr);
+    for (DWORD index : taken) TlsFree(index);
+    EXPECT_TRUE(UseOnce());
+}
