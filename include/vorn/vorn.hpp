@@ -4,6 +4,7 @@
 
 #include <vorn/exceptions.hpp>
 #include <vorn/sync.hpp>
+#include <vorn/unistr.hpp>
 #include <vorn/vorn.h>
 
 #endif
