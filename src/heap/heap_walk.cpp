@@ -1,0 +1,201 @@
+#include "heap/heap_walk.h"
+
+namespace vorn::detail {
+
+const char* DescribeFault(HeapFault fault) noexcept
+{
+    switch (fault) {
+        case HeapFault::kNone:
+            return "The structure is sound.";
+        case HeapFault::kTotalSize:
+            return "The header's total size is impossible.";
+        case HeapFault::kNextLink:
+            return "The next-link names no possible block.";
+        case HeapFault::kPrevLink:
+            return "The prev-link does not name the block before.";
+        case HeapFault::kAllocatedBit:
+            return "The links on the block's two sides disagree on whether it is allocated.";
+        case HeapFault::kGuard:
+            return "The guard word is overwritten.";
+        case HeapFault::kBlockSize:
+            return "The block's size is impossible.";
+        case HeapFault::kEndMarker:
+            return "The marker after the requested bytes is overwritten.";
+        case HeapFault::kTreeLink:
+            return "A link of the free tree is wrong.";
+        case HeapFault::kTreeOrder:
+            return "The free tree is not ordered by size.";
+        case HeapFault::kTreeColour:
+            return "The colours of the free tree are wrong.";
+        case HeapFault::kTreeIncomplete:
+            return "The free tree does not hold exactly the free blocks.";
+    }
+    return "";
+}
+
+bool BlockWalk::Next() noexcept
+{
+    if (fault_ != HeapFault::kNone || next_ == area_.TotalSize()) return false;
+    preceding_ = offset_;
+    offset_ = next_;
+    allocated_ = nextAllocated_;
+    fault_ = ReadBlock();
+    return fault_ == HeapFault::kNone;
+}
+
+// Every block but the end block ends at or before the end block, so offset_ always holds a block here.
+HeapFault BlockWalk::ReadBlock() noexcept
+{
+    const BlockHeader& header = area_.Block(offset_);
+    const uint64_t nextLink = header.nextLink;
+    const uint64_t prevLink = header.prevLink;
+    const uint64_t end = area_.EndBlock();
+    const bool edge = offset_ == kStartBlock || offset_ == end;
+    if (edge) allocated_ = true;
+
+    next_ = LinkOffset(nextLink);
+    nextAllocated_ = LinkIsAllocated(nextLink);
+    if (LinkOffset(prevLink) != preceding_) return HeapFault::kPrevLink;
+    if (header.guard != kBlockGuard) return HeapFault::kGuard;
+    userSize_ = header.userSize;
+    if (offset_ == end) {
+        if (next_ != area_.TotalSize()) return HeapFault::kNextLink;
+        return userSize_ == 0 ? HeapFault::kNone : HeapFault::kBlockSize;
+    }
+    if (next_ > end || next_ < offset_ + kBlockHeaderSize) return HeapFault::kNextLink;
+    if (offset_ == kStartBlock) {
+        if (next_ != kFirstBlock) return HeapFault::kNextLink;
+        return userSize_ == 0 ? HeapFault::kNone : HeapFault::kBlockSize;
+    }
+    if (next_ - offset_ < kSmallestBlock) return HeapFault::kBlockSize;
+    if (LinkIsAllocated(area_.Block(next_).prevLink) != allocated_) return HeapFault::kAllocatedBit;
+    if (!allocated_) return userSize_ == 0 ? HeapFault::kNone : HeapFault::kBlockSize;
+    if (userSize_ > Size() - kBlockHeaderSize - kEndMarkerSize) return HeapFault::kBlockSize;
+    if (userSize_ == 0) return HeapFault::kNone;
+    if (area_.Word(offset_ + kBlockHeaderSize + userSize_) != kEndMarker) return HeapFault::kEndMarker;
+    return HeapFault::kNone;
+}
+
+namespace {
+
+// The free tree from the smallest block to the largest, without recursion: it climbs by the parent links,
+// each of which was found equal to the way down. The way up is as long as the way down was.
+class TreeWalk {
+public:
+    explicit TreeWalk(const HeapArea& area) noexcept : area_(area) {}
+
+    HeapVerdict Run() noexcept
+    {
+        uint64_t block = area_.Header().root;
+        if (block == kNilNode) return {};
+        if (!Enter(block, 0, kBlack)) return verdict_;
+        for (;;) {
+            // Down to the left as far as it goes.
+            for (uint64_t left; (left = area_.Node(block).child[kLeft]) != kNilNode; block = left) {
+                if (!Enter(left, block, area_.Node(block).colour)) return verdict_;
+            }
+            for (;;) {
+                if (!Visit(block)) return verdict_;
+                const uint64_t right = area_.Node(block).child[kRight];
+                if (right != kNilNode) {
+                    if (right == area_.Node(block).child[kLeft]) Fail(HeapFault::kTreeLink, block);
+                    if (!Enter(right, block, area_.Node(block).colour)) return verdict_;
+                    block = right;
+                    break;
+                }
+                // Up until the subtree just done was a left one.
+                bool fromRight = true;
+                while (fromRight) {
+                    if (depth_ == 1) return verdict_;
+                    const uint64_t parent = area_.Node(block).parent;
+                    if (!area_.HoldsNode(parent)) return Fail(HeapFault::kTreeLink, block);
+                    fromRight = area_.Node(parent).child[kRight] == block;
+                    block = parent;
+                    --depth_;
+                }
+            }
+        }
+    }
+
+    uint64_t Sum() const noexcept { return sum_; }
+    uint64_t Nodes() const noexcept { return nodes_; }
+
+private:
+    HeapVerdict Fail(HeapFault fault, uint64_t offset) noexcept
+    {
+        if (verdict_.fault == HeapFault::kNone) verdict_ = {fault, offset};
+        return verdict_;
+    }
+
+    // Steps down to `block`; its position, its parent link and its colour are looked at here.
+    bool Enter(uint64_t block, uint64_t parent, uint32_t parentColour) noexcept
+    {
+        if (!area_.HoldsNode(block)) {
+            Fail(HeapFault::kTreeLink, parent == 0 ? offsetof(HeapHeader, root) : parent);
+            return false;
+        }
+        const TreeNode& node = area_.Node(block);
+        __builtin_prefetch(area_.Bytes(area_.HoldsNode(node.child[kRight]) ? node.child[kRight] : block));
+        const uint32_t colour = node.colour;
+        if (node.parent != parent || ++nodes_ > area_.MostNodes()) Fail(HeapFault::kTreeLink, block);
+        if (colour > kRed || (colour == kRed && parentColour == kRed)) Fail(HeapFault::kTreeColour, block);
+        ++depth_;
+        return verdict_.fault == HeapFault::kNone;
+    }
+
+    // Called from the smallest block to the largest, at most once for each node that was entered, unless
+    // the area changes under the walk; hence the bound.
+    bool Visit(uint64_t block) noexcept
+    {
+        const uint64_t size = LinkOffset(area_.Block(block).nextLink) - block;
+        if (size > area_.EndBlock() - block || size < kSmallestBlock || ++visits_ > area_.MostNodes()) {
+            Fail(HeapFault::kTreeLink, block);
+        } else if (size < previousSize_) {
+            Fail(HeapFault::kTreeOrder, block);
+        }
+        previousSize_ = size;
+        sum_ += size;
+        return verdict_.fault == HeapFault::kNone;
+    }
+
+    const HeapArea& area_;
+    HeapVerdict verdict_;
+    uint64_t depth_ = 0;
+    uint64_t nodes_ = 0;
+    uint64_t visits_ = 0;
+    uint64_t previousSize_ = 0;
+    uint64_t sum_ = 0;
+};
+
+}  // namespace
+
+HeapVerdict SumFreeTree(const HeapArea& area, uint64_t* sum) noexcept
+{
+    TreeWalk walk(area);
+    const HeapVerdict verdict = walk.Run();
+    *sum = walk.Sum();
+    return verdict;
+}
+
+HeapVerdict CheckHeap(const HeapArea& area) noexcept
+{
+    uint64_t freeSum = 0;
+    uint64_t freeBlocks = 0;
+    BlockWalk blocks(area);
+    while (blocks.Next()) {
+        if (blocks.IsAllocated()) continue;
+        freeSum += blocks.Size();
+        ++freeBlocks;
+    }
+    if (blocks.Fault() != HeapFault::kNone) return {blocks.Fault(), blocks.Offset()};
+
+    TreeWalk tree(area);
+    const HeapVerdict verdict = tree.Run();
+    if (verdict.fault != HeapFault::kNone) return verdict;
+    if (tree.Sum() != freeSum || tree.Nodes() != freeBlocks) {
+        return {HeapFault::kTreeIncomplete, offsetof(HeapHeader, root)};
+    }
+    return {};
+}
+
+}  // namespace vorn::detail
