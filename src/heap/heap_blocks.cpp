@@ -110,7 +110,7 @@ VornStatus AllocateBlock(const HeapArea& area, uint64_t size, uint64_t* payload)
     if (size > area.TotalSize()) return VORN_E_NO_MEMORY;
     const uint64_t rounded = (size + kEndMarkerSize + 3) & ~uint64_t{3};
     const uint64_t need = rounded < kSmallestPayload ? kSmallestPayload : rounded;
-    if (need > area.TotalSize() - (kFixedOverhead)) return VORN_E_NO_MEMORY;
+    if (need > area.TotalSize() - kFixedOverhead) return VORN_E_NO_MEMORY;
 
     FreeTree tree(area);
     const uint64_t found = tree.FindBestFit(need + kBlockHeaderSize);
@@ -125,7 +125,8 @@ VornStatus AllocateBlock(const HeapArea& area, uint64_t size, uint64_t* payload)
     const uint64_t foundSize = next - found;
     const bool whole = foundSize <= need + kLargestTail;
     const uint64_t prev = LinkOffset(area.Block(found).prevLink);
-    if (whole && (!area.HoldsBlock(prev) || prev >= found || LinkOffset(area.Block(prev).nextLink) != found)) {
+    if (whole && (!area.HoldsBlock(prev) || prev >= found || LinkOffset(area.Block(prev).nextLink) != found))
+    {
         return VORN_E_HEAP_CORRUPT;
     }
 

@@ -36,6 +36,7 @@ VornStatus ReleaseBlock(const HeapArea& area, uint64_t payload) noexcept;
 VornStatus InspectPayload(const HeapArea& area, uint64_t payload, uint64_t* userSize) noexcept;
 
 // The largest request that an empty heap of this size could satisfy; the present blocks do not matter.
+// Deliberate: one step of four too high when the total size is no multiple of four.
 uint64_t LargestRequestWhenEmpty(const HeapArea& area) noexcept;
 
 // The largest request that can be satisfied now; 0 when nothing is free.

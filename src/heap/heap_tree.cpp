@@ -187,7 +187,8 @@ void FreeTree::Remove(uint64_t block) noexcept
         // The next larger block takes the removed one's place and colour.
         uint64_t successor = right;
         uint64_t steps = area_.MostNodes();
-        for (uint64_t next = At(right).child[kLeft]; next != kNilNode; next = At(next).child[kLeft], --steps) {
+        for (uint64_t next = At(right).child[kLeft]; next != kNilNode; next = At(next).child[kLeft], --steps)
+        {
             if (steps == 0) damaged_ = true;
             if (damaged_) return;
             successor = next;

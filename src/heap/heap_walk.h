@@ -65,10 +65,10 @@ private:
 
     const HeapArea& area_;
     HeapFault fault_ = HeapFault::kNone;
-    bool allocated_ = false;      // what the preceding block's next-link says of this one
-    bool nextAllocated_ = true;   // what this block's next-link says of the following one
-    uint64_t preceding_ = 0;      // 0: the start block has none
-    uint64_t offset_ = 0;         // 0: before the first
+    bool allocated_ = false;     // what the preceding block's next-link says of this one
+    bool nextAllocated_ = true;  // what this block's next-link says of the following one
+    uint64_t preceding_ = 0;     // 0: the start block has none
+    uint64_t offset_ = 0;        // 0: before the first
     uint64_t next_ = kStartBlock;
     uint64_t userSize_ = 0;
 };
