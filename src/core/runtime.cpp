@@ -9,6 +9,7 @@
 #include "core/processor_mask.h"
 #include "core/record.h"
 #include "file/shell_path.h"
+#include "text/codepage_converter.h"
 #include "thread/static_init_lock.h"
 
 #include <atomic>
@@ -61,6 +62,7 @@ void FinalTerminate() noexcept
 {
     std::free(systemInfo.exchange(nullptr));
     ReleaseShellPath();
+    CloseKeptConverters();
     FreeLastErrorSlot();
 }
 

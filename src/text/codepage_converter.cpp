@@ -1,101 +1,90 @@
 #include "text/codepage_converter.h"
 
 #include <atomic>
-#include <cstdlib>
 #include <cstring>
 
 namespace vorn::detail {
 
-struct CodepageConverter::Entry {
-    UConverter* converter;
-    char defaultName[UCNV_MAX_CONVERTER_NAME_LENGTH];  // empty: too long to be kept
+// A place for a converter that stays open between calls. Whoever turns `taken` from false to true owns the
+// other fields until he sets it back.
+struct ConverterSlot {
+    std::atomic<bool> taken{false};
+    UConverter* converter = nullptr;
+    char defaultName[UCNV_MAX_CONVERTER_NAME_LENGTH] = "";  // the default's name when it was opened
 };
 
 namespace {
 
-using Entry = CodepageConverter::Entry;
-
-// Converters that nobody uses. A slot is emptied and filled by atomic exchange, so that an entry always has
-// one owner. More slots than threads that convert at the same moment would never be filled.
+// As many threads can convert at the same time without opening converters of their own.
 constexpr size_t kSlots = 4;
-std::atomic<Entry*> kept[kSlots];
+ConverterSlot slots[kSlots];
 
-void Close(Entry* entry) noexcept
+ConverterSlot* TakeSlot() noexcept
 {
-    ucnv_close(entry->converter);
-    std::free(entry);
-}
-
-bool IsDefault(const Entry& entry, const char* defaultName) noexcept
-{
-    return defaultName != nullptr && std::strcmp(entry.defaultName, defaultName) == 0;
-}
-
-Entry* TakeKept(const char* defaultName) noexcept
-{
-    for (std::atomic<Entry*>& slot : kept) {
-        if (slot.load(std::memory_order_relaxed) == nullptr) continue;
-        Entry* const entry = slot.exchange(nullptr, std::memory_order_acquire);
-        if (entry == nullptr) continue;
-        if (IsDefault(*entry, defaultName)) return entry;
-        Close(entry);
+    for (ConverterSlot& slot : slots) {
+        if (slot.taken.load(std::memory_order_relaxed)) continue;
+        if (!slot.taken.exchange(true, std::memory_order_acquire)) return &slot;
     }
     return nullptr;
 }
 
-Entry* Open(const char* defaultName, UErrorCode* status) noexcept
+void GiveBack(ConverterSlot& slot) noexcept
 {
-    Entry* const entry = static_cast<Entry*>(std::malloc(sizeof(Entry)));
-    if (entry == nullptr) {
-        *status = U_MEMORY_ALLOCATION_ERROR;
-        return nullptr;
-    }
-    entry->converter = ucnv_open(nullptr, status);
-    if (U_FAILURE(*status) || entry->converter == nullptr) {
-        if (U_SUCCESS(*status)) *status = U_INTERNAL_PROGRAM_ERROR;
-        std::free(entry);
-        return nullptr;
-    }
-    entry->defaultName[0] = '\0';
-    const size_t size = defaultName == nullptr ? 0 : std::strlen(defaultName) + 1;
-    if (size <= sizeof entry->defaultName) std::memcpy(entry->defaultName, defaultName, size);
-    return entry;
+    slot.taken.store(false, std::memory_order_release);
+}
+
+void CloseConverter(ConverterSlot& slot) noexcept
+{
+    ucnv_close(slot.converter);  // which takes null too
+    slot.converter = nullptr;
+}
+
+UConverter* OpenDefault(UErrorCode* status) noexcept
+{
+    UConverter* const converter = ucnv_open(nullptr, status);
+    if (U_SUCCESS(*status)) return converter;
+    ucnv_close(converter);
+    return nullptr;
 }
 
 }  // namespace
 
-CodepageConverter::CodepageConverter() noexcept : entry_(nullptr), status_(U_ZERO_ERROR)
+CodepageConverter::CodepageConverter() noexcept
+    : converter_(nullptr), slot_(TakeSlot()), status_(U_ZERO_ERROR)
 {
-    const char* const defaultName = ucnv_getDefaultName();
-    entry_ = TakeKept(defaultName);
-    if (entry_ == nullptr) entry_ = Open(defaultName, &status_);
+    const char* const name = ucnv_getDefaultName();
+    const size_t nameSize = name != nullptr ? std::strlen(name) + 1 : 0;
+    if (slot_ != nullptr && (nameSize == 0 || nameSize > sizeof slot_->defaultName)) {
+        GiveBack(*slot_);
+        slot_ = nullptr;
+    }
+    if (slot_ == nullptr) {
+        converter_ = OpenDefault(&status_);
+        return;
+    }
+    if (slot_->converter == nullptr || std::memcmp(slot_->defaultName, name, nameSize) != 0) {
+        CloseConverter(*slot_);
+        slot_->converter = OpenDefault(&status_);
+        std::memcpy(slot_->defaultName, name, nameSize);
+    }
+    converter_ = slot_->converter;
 }
 
 CodepageConverter::~CodepageConverter()
 {
-    if (entry_ == nullptr) return;
-    if (entry_->defaultName[0] != '\0') {
-        for (std::atomic<Entry*>& slot : kept) {
-            Entry* empty = nullptr;
-            if (slot.compare_exchange_strong(empty, entry_, std::memory_order_release,
-                                             std::memory_order_relaxed)) {
-                return;
-            }
-        }
+    if (slot_ != nullptr) {
+        GiveBack(*slot_);
+    } else {
+        ucnv_close(converter_);
     }
-    Close(entry_);
-}
-
-UConverter* CodepageConverter::Get() const noexcept
-{
-    return entry_ == nullptr ? nullptr : entry_->converter;
 }
 
 void CloseKeptConverters() noexcept
 {
-    for (std::atomic<Entry*>& slot : kept) {
-        Entry* const entry = slot.exchange(nullptr, std::memory_order_acquire);
-        if (entry != nullptr) Close(entry);
+    for (ConverterSlot& slot : slots) {
+        if (slot.taken.exchange(true, std::memory_order_acquire)) continue;
+        CloseConverter(slot);
+        GiveBack(slot);
     }
 }
 

@@ -1,6 +1,7 @@
 // codepage_units.h - a text in the default code page, converted to UTF-16 units for one use.
 // Short results live on the stack; longer ones in an array that fits a UniStr of that length.
-#pragma once
+#ifndef VORN_TEXT_CODEPAGE_UNITS_H
+#define VORN_TEXT_CODEPAGE_UNITS_H
 
 #include "text/unistr_units.h"
 
@@ -31,3 +32,5 @@ private:
 };
 
 }  // namespace vorn::detail
+
+#endif

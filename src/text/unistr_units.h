@@ -1,6 +1,7 @@
 // unistr_units.h - what the sources of UniStr share: measuring and copying units, and capacities.
 // Nothing outside src/text/unistr_*.cpp includes this.
-#pragma once
+#ifndef VORN_TEXT_UNISTR_UNITS_H
+#define VORN_TEXT_UNISTR_UNITS_H
 
 #include <vorn/exceptions.hpp>
 
@@ -77,3 +78,5 @@ inline UChar* IcuUnits(wchar_t* s)
 }
 
 }  // namespace vorn::detail
+
+#endif

@@ -1,5 +1,6 @@
 // unistr_support.h - what the tests of UniStr share: reading its text as a standard string.
-#pragma once
+#ifndef VORN_TESTS_TEXT_UNISTR_SUPPORT_H
+#define VORN_TESTS_TEXT_UNISTR_SUPPORT_H
 
 #include <vorn/unistr.hpp>
 
@@ -50,3 +51,5 @@ inline vorn::UniStr Filled(uint32_t n, wchar_t c = L'a')
 #define EXPECT_OUT_OF_RANGE(statement) EXPECT_THROWS(statement, OutOfRange, "Out of range")
 
 }  // namespace unistr_test
+
+#endif
