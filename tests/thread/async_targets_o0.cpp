@@ -1,3 +1,0 @@
-#define ASYNC_TARGETS kTargetsO0
-#define ASYNC_TARGET_COUNT
-#include "async_targets.inc"

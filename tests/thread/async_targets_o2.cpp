@@ -1,2 +1,0 @@
-#define ASYNC_TARGETS kTargetsO2
-#include "async_targets.inc"
