@@ -3,6 +3,7 @@
 #include "thread/cleanup.h"
 #include "thread/mutex_record.h"
 #include "thread/static_init_lock.h"
+#include "thread/thread_data.h"
 #include "thread/thread_lifecycle.h"
 #include "thread/thread_record.h"
 #include "thread/thread_registry.h"
@@ -33,15 +34,23 @@ bool FinishAndTestDetached(VornThread* thread) noexcept
 
 }  // namespace
 
+bool FinishThread(VornThread* thread) noexcept
+{
+    // From here on whoever joins or detaches the thread frees its record, once the system thread has ended.
+    if (!FinishAndTestDetached(thread)) return false;
+    if (!UnregisterThread(thread)) return false;
+    FreeThreadRecord(thread);
+    return true;
+}
+
 void RunThreadExitCleanup() noexcept
 {
     VornThread* const thread = CurrentThread();
     if (thread == nullptr) return;
+    thread->ending.store(true);
     RunCleanupHandlers(thread);
-    // From here on whoever joins or detaches the thread frees its record, once the system thread has ended.
-    if (!FinishAndTestDetached(thread)) return;
-    TlsSetValue(selfKey->slot, nullptr);
-    if (UnregisterThread(thread)) FreeThreadRecord(thread);
+    RunDataDestructors(thread);
+    if (FinishThread(thread)) TlsSetValue(selfKey->slot, nullptr);
 }
 
 }  // namespace vorn::detail

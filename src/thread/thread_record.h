@@ -64,6 +64,9 @@ struct VornThreadKey {
     void (*destructor)(void*);  // may be null
     VornMutex* lock;            // guards `entries`; 0 without a destructor
     vorn::detail::DataEntry* entries;
+    // Behind the stated fields: ending threads that are working on an entry of this key. VornThreadKeyDelete
+    // waits for them, because the last thing they do with the key is to unlock it.
+    std::atomic<uint32_t> users;
 };
 
 namespace vorn::detail {
@@ -81,6 +84,9 @@ inline VornThread* CurrentThread() noexcept
 // Makes a record as every thread starts with it, with its cancel event, and registers it. Null when memory
 // or the event cannot be had.
 VornThread* MakeThreadRecord() noexcept;
+
+// Marks the thread as finished. True when it was detached, and the record therefore has been freed.
+bool FinishThread(VornThread* thread) noexcept;
 
 // Gives back all that the record owns, and the record. The caller has unregistered it.
 void FreeThreadRecord(VornThread* thread) noexcept;

@@ -3,6 +3,7 @@
 #include "core/kernel_handle.h"
 #include "core/record.h"
 #include "thread/cleanup.h"
+#include "thread/thread_data.h"
 #include "thread/thread_lifecycle.h"
 #include "thread/thread_record.h"
 #include "thread/thread_registry.h"
@@ -96,6 +97,7 @@ VornThread* MakeThreadRecord() noexcept
 void FreeThreadRecord(VornThread* thread) noexcept
 {
     DropCleanupHandlers(thread);
+    DropThreadData(thread);
     VornMutexDestroy(&thread->listLock);
     VornMutexDestroy(&thread->stateLock);
     CloseHandle(thread->cancelEvent);

@@ -1,0 +1,100 @@
+#include <vorn/vorn.h>
+
+#include "core/win32.h"
+
+#include "async_targets.h"
+#include "support/child_process.h"
+#include "support/leak_watch.h"
+
+#include <gtest/gtest.h>
+#include <string>
+
+namespace {
+
+void* const kCancelled = reinterpret_cast<void*>(~uintptr_t{0});
+
+// A thread that runs until it is told to end.
+class Bystander {
+public:
+    Bystander() { VornThreadCreate(&thread_, nullptr, &Run, &end_); }
+    Bystander(const Bystander&) = delete;
+    Bystander& operator=(const Bystander&) = delete;
+    ~Bystander()
+    {
+        end_.Set();
+        VornThreadJoin(thread_, nullptr);
+    }
+    VornThread* Thread() const { return thread_; }
+
+private:
+    static void* Run(void* end)
+    {
+        static_cast<vorn_test::Event*>(end)->Wait(60000);
+        return nullptr;
+    }
+    vorn_test::Event end_;
+    VornThread* thread_ = nullptr;
+};
+
+void AwaitFlag(const std::atomic<int>& flag)
+{
+    while (flag.load() == 0) SwitchToThread();
+}
+
+void FinaliseCase(void* value)
+{
+    ++static_cast<AsyncCase*>(value)->finalised;
+}
+
+void CancelOnce(const AsyncTarget& target, VornThreadKey* key, VornThread* never)
+{
+    SCOPED_TRACE(target.name);
+    AsyncCase c;
+    c.key = key;
+    c.never = never;
+    VornThread* thread = nullptr;
+    ASSERT_EQ(VornThreadCreate(&thread, nullptr, target.function, &c), VORN_OK);
+    AwaitFlag(c.entered);
+    EXPECT_EQ(VornThreadCancel(thread), VORN_OK);
+    void* result = nullptr;
+    ASSERT_EQ(VornThreadJoin(thread, &result), VORN_OK);
+    EXPECT_EQ(result, kCancelled);
+    EXPECT_EQ(c.cleaned, 1);
+    EXPECT_EQ(c.finalised, 1);
+    EXPECT_GE(c.destroyed, target.certainlyDestroyed);
+}
+
+class AsyncCancel : public testing::TestWithParam<int> {
+protected:
+    AsyncCancel() { VornThreadKeyCreate(&key, &FinaliseCase); }
+    ~AsyncCancel() override { VornThreadKeyDelete(key); }
+    VornThreadKey* key = nullptr;
+    Bystander bystander;
+};
+
+TEST_P(AsyncCancel, EndsAnUnoptimisedThread)
+{
+    CancelOnce(kTargetsO0[GetParam()], key, bystander.Thread());
+}
+
+TEST_P(AsyncCancel, EndsAnOptimisedThread)
+{
+    CancelOnce(kTargetsO2[GetParam()], key, bystander.Thread());
+}
+
+INSTANTIATE_TEST_SUITE_P(Situations, AsyncCancel, testing::Range(0, kTargetCount),
+                         [](const testing::TestParamInfo<int>& info) {
+                             std::string name;
+                             bool upper = true;
+                             for (const char* at = kTargetsO0[info.param].name; *at != '\0'; ++at) {
+                                 if (*at == ' ') {
+                                     upper = true;
+                                 } else {
+                                     name += upper ? static_cast<char>(toupper(*at)) : *at;
+                                     upper = false;
+                                 }
+                             }
+                             return name;
+                         });
+
+}  // namespace

@@ -1,0 +1,3 @@
+#define ASYNC_TARGETS kTargetsO0
+#define ASYNC_TARGET_COUNT
+#include "async_targets.inc"

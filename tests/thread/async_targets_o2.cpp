@@ -1,0 +1,2 @@
+#define ASYNC_TARGETS kTargetsO2
+#include "async_targets.inc"
