@@ -4,7 +4,7 @@
 
 // VornGuardedCall: an ordinary call inside a frame of its own, whose unwind data names a handler. A fault
 // further in makes the system ask the handler; for a machine fault the handler unwinds the stack to this
-// frame and continues behind the call, with false in eax.
+// frame and continues behind the call, with kGuardedCallFaulted in rax.
 asm(R"(
     .text
     .p2align 4
@@ -12,17 +12,22 @@ asm(R"(
     .def VornGuardedCall; .scl 2; .type 32; .endef
     .seh_proc VornGuardedCall
 VornGuardedCall:
-    subq $40, %rsp
-    .seh_stackalloc 40
+    subq $56, %rsp
+    .seh_stackalloc 56
     .seh_endprologue
     .seh_handler VornGuardedCallHandler, @except
     movq %rcx, %rax
     movq %rdx, %rcx
+    movq %r8, %rdx
+    movq %r9, %r8
+    movq 96(%rsp), %r9
+    movq 104(%rsp), %r10
+    movq %r10, 32(%rsp)
     call *%rax
-    movl $1, %eax
+    movl %eax, %eax
     .globl VornGuardedCallResume
 VornGuardedCallResume:
-    addq $40, %rsp
+    addq $56, %rsp
     ret
     .seh_endproc
 )");
@@ -54,7 +59,8 @@ extern "C" __attribute__((used)) EXCEPTION_DISPOSITION VornGuardedCallHandler(EX
                                                                               DISPATCHER_CONTEXT* dispatcher)
 {
     if (!IsMachineFault(record->ExceptionCode)) return ExceptionContinueSearch;
-    RtlUnwindEx(frame, &VornGuardedCallResume, record, nullptr, dispatcher->ContextRecord,
+    RtlUnwindEx(frame, &VornGuardedCallResume, record,
+                reinterpret_cast<void*>(vorn::detail::kGuardedCallFaulted), dispatcher->ContextRecord,
                 dispatcher->HistoryTable);
     return ExceptionContinueSearch;  // not reached: the unwinding continues at the resume point
 }

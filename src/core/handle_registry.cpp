@@ -8,14 +8,15 @@ namespace vorn::detail {
 
 namespace {
 
-// Holds a registry's mutex for a scope. Never throws: a lock that fails leaves the scope without it.
+// Holds a registry's mutex for a scope. Never throws: a lock that fails leaves the scope without it. The
+// mutex's functions are named with their class, so that every validation is spared two indirect calls.
 class RegistryLock {
 public:
     explicit RegistryLock(vorn::Mutex* mutex) noexcept : mutex_(mutex)
     {
         if (mutex_ == nullptr) return;
         try {
-            mutex_->Lock();
+            mutex_->vorn::Mutex::Lock();
         } catch (...) {
             mutex_ = nullptr;
         }
@@ -26,7 +27,7 @@ public:
     {
         if (mutex_ == nullptr) return;
         try {
-            mutex_->Unlock();
+            mutex_->vorn::Mutex::Unlock();
         } catch (...) {  // A wake-up signal that the system refused: nobody to tell.
         }
     }

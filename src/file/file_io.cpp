@@ -25,10 +25,9 @@ extern "C" VornStatus VornFileRead(VornFile* file, void* buffer, uint32_t count,
         *bytesRead = 0;
         return VORN_OK;
     }
-    BOOL succeeded = FALSE;
-    const bool ended =
-        RunGuarded([&] { succeeded = ReadFile(file->native, buffer, count, AsDword(bytesRead), nullptr); });
-    if (!ended || !succeeded) return VORN_E_READ;
+    const GuardedResult read =
+        CallGuarded(&ReadFile, file->native, buffer, count, AsDword(bytesRead), nullptr);
+    if (!read.ended || !read.value) return VORN_E_READ;
     // Deliberate: a read that delivers all it was asked for leaves the flag as it was.
     if (*bytesRead < count) file->endOfFile = 1;
     return VORN_OK;
@@ -44,10 +43,9 @@ extern "C" VornStatus VornFileWrite(VornFile* file, const void* buffer, uint32_t
         *bytesWritten = 0;
         return VORN_OK;
     }
-    BOOL succeeded = FALSE;
-    const bool ended = RunGuarded(
-        [&] { succeeded = WriteFile(file->native, buffer, count, AsDword(bytesWritten), nullptr); });
-    return ended && succeeded ? VORN_OK : VORN_E_WRITE;
+    const GuardedResult write =
+        CallGuarded(&WriteFile, file->native, buffer, count, AsDword(bytesWritten), nullptr);
+    return write.ended && write.value ? VORN_OK : VORN_E_WRITE;
 }
 
 extern "C" VornStatus VornFileFlush(VornFile* file)

@@ -85,7 +85,7 @@ extern "C" VornStatus VornFileClose(VornFile* file)
     if (!Files().Contains(file)) return VORN_E_INVALID_ARG;
     ReleaseRegions(file);
     // Closing an invalid handle raises a fault when a debugger watches the process.
-    if (!RunGuarded([&] { CloseHandle(file->native); })) return VORN_E_INVALID_ARG;
+    if (!CallGuarded(&CloseHandle, file->native).ended) return VORN_E_INVALID_ARG;
     if (Files().Unregister(file)) Record<VornFile> freed(file);
     return VORN_OK;
 }
