@@ -1,9 +1,8 @@
-// utf16.h - lengths of zero-terminated UTF-16 text, where the C library's wide functions may count 4-byte
-// units.
+// utf16.h - lengths of zero-terminated UTF-16 text, where the C library's wide functions may count 4-byte units.
 #ifndef VORN_CORE_UTF16_H
 #define VORN_CORE_UTF16_H
 
-#include <cstddef>
+#include "text/terminated.h"
 
 namespace vorn::detail {
 
@@ -11,9 +10,7 @@ namespace vorn::detail {
 inline size_t LengthUnits(const wchar_t* text) noexcept
 {
     static_assert(sizeof(wchar_t) == 2, "text is UTF-16");
-    const wchar_t* end = text;
-    while (*end != 0) ++end;
-    return static_cast<size_t>(end - text);
+    return TerminatedLength(text);
 }
 
 }  // namespace vorn::detail

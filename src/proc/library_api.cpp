@@ -6,14 +6,11 @@
 
 #include "core/last_error.h"
 #include "core/record.h"
+#include "proc/library_record.h"
 
 #include <cstdlib>
 
 using namespace vorn::detail;
-
-struct VornLibrary {
-    HMODULE module;
-};
 
 extern "C" VornStatus VornLibraryLoad(const wchar_t* name, int32_t, VornLibrary** library)
 {

@@ -1,4 +1,4 @@
-#include <vorn/vorn.h>
+#include <vorn/vorn.hpp>
 
 #include "core/win32.h"
 
@@ -6,6 +6,7 @@
 #include "support/leak_watch.h"
 
 #include <gtest/gtest.h>
+#include <string>
 
 using namespace vorn_test;
 
@@ -94,4 +95,54 @@ TEST_F(LibraryTest, KeepsTheModuleLoadedWhenThereIsNoMemoryForItsRecord)
     });
     EXPECT_EQ(failures, 1);
     EXPECT_EQ(GetModuleHandleW(kModule), nullptr);
+}
+
+TEST_F(LibraryTest, LivesAsLongAsTheObject)
+{
+    {
+        const vorn::Library library(vorn::UniStr(kModule), 7);
+        ASSERT_NE(GetModuleHandleW(kModule), nullptr);
+        EXPECT_EQ(library.GetProcAddress("WNetCloseEnum"),
+                  reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(kModule), "WNetCloseEnum")));
+        EXPECT_EQ(library.GetProcAddress("NoSuchSymbol"), nullptr);
+    }
+    EXPECT_EQ(GetModuleHandleW(kModule), nullptr);
+}
+
+TEST_F(LibraryTest, HasNoFileName)
+{
+    vorn::Library library{vorn::UniStr(kModule)};
+    EXPECT_STREQ(library.GetFileName().U_Str(), L"");
+}
+
+TEST_F(LibraryTest, ThrowsWhenTheModuleIsNotThere)
+{
+    std::string message;
+    try {
+        const vorn::Library library(vorn::UniStr(L"there-is-no-such-module.dll"), 0);
+    } catch (const vorn::RuntimeError& error) {
+        message = error.What();
+    }
+    EXPECT_EQ(message, "Error loading library.");
+}
+
+TEST_F(LibraryTest, ThrowsWhenThereIsNoMemory)
+{
+    const vorn::UniStr name(kModule);
+    std::string message;
+    try {
+        const FailingCall fail(kCalloc);
+        const vorn::Library library(name, 0);
+    } catch (const vorn::BadAlloc& error) {
+        message = error.What();
+    }
+    EXPECT_EQ(message, "Bad allocation");
+    FreeLibrary(GetModuleHandleW(kModule));  // it stayed loaded
+}
+
+TEST_F(LibraryTest, IsAsSmallAsAPointerAndNotCopyable)
+{
+    EXPECT_EQ(sizeof(vorn::Library), sizeof(void*));
+    EXPECT_FALSE(std::is_copy_constructible_v<vorn::Library>);
+    EXPECT_FALSE(std::is_copy_assignable_v<vorn::Library>);
 }

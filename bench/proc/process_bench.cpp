@@ -1,0 +1,147 @@
+// Starting a process, waiting for it and giving it up, against bare CreateProcessW with the same arguments;
+// walking over processes and modules against the bare loops.
+
+#include <vorn/vorn.h>
+
+#include "core/win32.h"
+
+#include <benchmark/benchmark.h>
+#include <cstdlib>
+#include <psapi.h>
+#include <string>
+#include <tlhelp32.h>
+#include <vector>
+
+namespace {
+
+std::wstring Program()
+{
+    wchar_t path[4096];
+    GetModuleFileNameW(nullptr, path, 4096);
+    return path;
+}
+
+void BM_CreateWaitFree_vorn(benchmark::State& state)
+{
+    const std::wstring program = Program();
+    for (auto _ : state) {
+        VornPPid* ppid = VornProcCreate(program.c_str(), L"--child", nullptr, nullptr, 0, VORN_PROC_SHOW, 0,
+                                        nullptr, nullptr);
+        if (ppid == nullptr || VornProcWaitForTerm(ppid, VORN_INFINITE) != VORN_OK) std::abort();
+        VornProcFreePPid(ppid);
+    }
+}
+
+void BM_CreateWaitFree_CreateProcessW(benchmark::State& state)
+{
+    const std::wstring line = L"\"" + Program() + L"\" --child";
+    for (auto _ : state) {
+        std::wstring writable = line;
+        STARTUPINFOW startup = {};
+        startup.cb = sizeof(startup);
+        startup.dwFlags = STARTF_USESHOWWINDOW;
+        startup.wShowWindow = SW_SHOW;
+        PROCESS_INFORMATION started = {};
+        if (!CreateProcessW(nullptr, writable.data(), nullptr, nullptr, FALSE,
+                            NORMAL_PRIORITY_CLASS | CREATE_UNICODE_ENVIRONMENT, nullptr, nullptr, &startup,
+                            &started))
+        {
+            std::abort();
+        }
+        CloseHandle(started.hThread);
+        WaitForSingleObject(started.hProcess, INFINITE);
+        CloseHandle(started.hProcess);
+    }
+}
+
+void BM_Processes_vorn(benchmark::State& state)
+{
+    for (auto _ : state) {
+        VornPPid* ppid = nullptr;
+        VornProcIterator* iterator = VornProcGetFirst(&ppid);
+        uint64_t sum = 0;
+        do {
+            sum += VornProcPPid2Native(ppid);
+        } while (VornProcGetNext(iterator, &ppid) == VORN_OK);
+        VornProcGetClose(iterator);
+        benchmark::DoNotOptimize(sum);
+    }
+}
+
+void BM_Processes_SnapshotLoop(benchmark::State& state)
+{
+    for (auto _ : state) {
+        HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
+        PROCESSENTRY32W entry = {};
+        entry.dwSize = sizeof(entry);
+        uint64_t sum = 0;
+        for (BOOL more = Process32FirstW(snapshot, &entry); more; more = Process32NextW(snapshot, &entry)) {
+            sum += entry.th32ProcessID;
+        }
+        CloseHandle(snapshot);
+        benchmark::DoNotOptimize(sum);
+    }
+}
+
+void BM_Modules_vorn(benchmark::State& state)
+{
+    VornPPid* self = VornProcGetCurrentPPid();
+    for (auto _ : state) {
+        VornProcModule* module = nullptr;
+        VornProcModuleIterator* iterator = VornProcGetFirstModule(&module, self);
+        uint64_t count = 0;
+        do {
+            ++count;
+        } while (VornProcGetNextModule(iterator, &module) == VORN_OK);
+        VornProcGetModuleClose(iterator);
+        benchmark::DoNotOptimize(count);
+    }
+}
+
+void BM_Modules_SnapshotLoop(benchmark::State& state)
+{
+    for (auto _ : state) {
+        HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPMODULE, GetCurrentProcessId());
+        MODULEENTRY32W entry = {};
+        entry.dwSize = sizeof(entry);
+        uint64_t count = 0;
+        for (BOOL more = Module32FirstW(snapshot, &entry); more; more = Module32NextW(snapshot, &entry))
+            ++count;
+        CloseHandle(snapshot);
+        benchmark::DoNotOptimize(count);
+    }
+}
+
+void BM_Modules_EnumProcessModules(benchmark::State& state)
+{
+    for (auto _ : state) {
+        HANDLE process =
+            OpenProcess(PROCESS_QUERY_INFORMATION | PROCESS_VM_READ, FALSE, GetCurrentProcessId());
+        DWORD needed = 0;
+        EnumProcessModules(process, nullptr, 0, &needed);
+        std::vector<HMODULE> modules(needed / sizeof(HMODULE));
+        EnumProcessModules(process, modules.data(), needed, &needed);
+        CloseHandle(process);
+        benchmark::DoNotOptimize(modules.data());
+    }
+}
+
+BENCHMARK(BM_CreateWaitFree_vorn)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_CreateWaitFree_CreateProcessW)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_Processes_vorn)->Unit(benchmark::kMicrosecond)->UseRealTime();
+BENCHMARK(BM_Processes_SnapshotLoop)->Unit(benchmark::kMicrosecond)->UseRealTime();
+BENCHMARK(BM_Modules_vorn)->Unit(benchmark::kMicrosecond)->UseRealTime();
+BENCHMARK(BM_Modules_SnapshotLoop)->Unit(benchmark::kMicrosecond)->UseRealTime();
+BENCHMARK(BM_Modules_EnumProcessModules)->Unit(benchmark::kMicrosecond)->UseRealTime();
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    if (argc == 2 && std::string(argv[1]) == "--child") return 0;
+    VornInitialize();
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    VornTerminate();
+    return 0;
+}
