@@ -1,0 +1,12 @@
+#!/bin/sh
+# demo.sh RUNNER PREFIX BIN - runs the example programs of BIN under Wine on real text of this machine.
+set -eu
+runner=$1 prefix=$2 bin=$3
+texts=/usr/share/common-licenses
+[ -d $texts ] || texts=$(cd "$(dirname "$0")/.." && pwd)
+
+printf '\n$ linestat -t 4 %s/* %s/missing\n' $texts $texts
+code=0
+"$runner" "$prefix" "$bin/linestat.exe" -t 4 $(find -L $texts -maxdepth 1 -type f | sort) $texts/missing || code=$?
+printf '\nIts exit code is %d, since one file is missing. wc counts:\n' $code
+find -L $texts -maxdepth 1 -type f -exec cat {} + | wc -lc
