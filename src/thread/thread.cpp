@@ -90,7 +90,9 @@ void FinishWithUnknownException(VornThread* thread) noexcept
     thread->ending.store(true);
 }
 
-DWORD WINAPI StartRoutine(void* parameter)
+// An exception that passes RunStartFunction ends here, where std::terminate runs, with the
+// host's handler.
+DWORD WINAPI StartRoutine(void* parameter) noexcept
 {
     VornThread* thread;
     VornThreadStart function;

@@ -5,6 +5,7 @@
 #include "async_targets.h"
 #include "support/child_process.h"
 #include "support/leak_watch.h"
+#include "thread_runner.h"
 
 #include <gtest/gtest.h>
 #include <string>
@@ -98,3 +99,70 @@ INSTANTIATE_TEST_SUITE_P(Situations, AsyncCancel, testing::Range(0, kTargetCount
                          });
 
 }  // namespace
+
+TEST(AsyncCancelRepeated, LeavesNoHandleAndNoRecordAfter500Cancels)
+{
+    VornThreadKey* key = nullptr;
+    ASSERT_EQ(VornThreadKeyCreate(&key, &FinaliseCase), VORN_OK);
+    const int loopWithoutCalls = 0;
+    const int opaqueCalls = 2;
+    const int callback = 7;
+    for (int i : {loopWithoutCalls, opaqueCalls, callback}) {
+        CancelOnce(kTargetsO0[i], key, nullptr);
+        CancelOnce(kTargetsO2[i], key, nullptr);
+    }
+    const vorn_test::LeakWatch watch;
+    for (int i = 0; i < 84; ++i) {
+        for (int target : {loopWithoutCalls, opaqueCalls, callback}) {
+            CancelOnce(kTargetsO0[target], key, nullptr);
+            CancelOnce(kTargetsO2[target], key, nullptr);
+        }
+    }
+    EXPECT_EQ(watch.Leaks(), "");
+    EXPECT_EQ(VornThreadKeyDelete(key), VORN_OK);
+}
+
+TEST(AsyncCancelAdopted, EndsTheThreadAtOnceAndRunsItsHandlers)
+{
+    AsyncCase c;
+    ASSERT_EQ(VornThreadKeyCreate(&c.key, &FinaliseCase), VORN_OK);
+    std::atomic<VornThread*> target{nullptr};
+    vorn_test::ForeignThread thread([&] {
+        target = VornThreadSelf();
+        kTargetsO2[0].function(&c);
+    });
+    AwaitFlag(c.entered);
+    EXPECT_EQ(VornThreadCancel(target), VORN_OK);
+    ASSERT_TRUE(thread.Wait());
+    EXPECT_EQ(thread.ExitCode(), 0xFFFFFFFFu);
+    EXPECT_EQ(c.cleaned, 1);
+    EXPECT_EQ(c.finalised, 1);
+    EXPECT_EQ(VornThreadKeyDelete(c.key), VORN_OK);
+}
+
+TEST(AsyncCancelRace, WithTheEndOfTheStartFunctionIsEitherCancelledOrTooLate)
+{
+    int cancelled = 0;
+    int late = 0;
+    for (int i = 0; i < 300; ++i) {
+        std::atomic<int> limit{i * 20};
+        std::atomic<bool> ready{false};
+        vorn_test::LibraryThread thread([&]() -> void* {
+            VornThreadSetCancelType(VORN_CANCEL_ASYNCHRONOUS, nullptr);
+            ready = true;
+            for (volatile int n = 0; n < limit; n = n + 1) {
+            }
+            return nullptr;
+        });
+        while (!ready) YieldProcessor();
+        const VornStatus status = VornThreadCancel(thread.Thread());
+        EXPECT_TRUE(status == VORN_OK || status == VORN_E_SYSTEM) << status;
+        if (thread.Join() == kCancelled) {
+            ++cancelled;
+        } else {
+            ++late;
+        }
+    }
+    EXPECT_EQ(cancelled + late, 300);
+    RecordProperty("cancelled", cancelled);
+}
