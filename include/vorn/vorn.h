@@ -7,6 +7,7 @@
 #include <vorn/conversion.h>
 #include <vorn/file.h>
 #include <vorn/file_find.h>
+#include <vorn/heap.h>
 #include <vorn/library.h>
 #include <vorn/proc.h>
 #include <vorn/runtime.h>
