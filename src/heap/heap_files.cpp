@@ -78,6 +78,6 @@ extern "C" VornStatus VornHeapLoad(VornHeap* heap, const wchar_t* fileName)
         const VornStatus status = file.Open(fileName, GENERIC_READ, OPEN_EXISTING, VORN_FILE_ACCESS_READ);
         if (status != VORN_OK) return status;
         // Deliberate: of a larger size only the low half counts.
-        return LoadImage(area, static_cast<uint32_t>(file.Size()), file);
+        return LoadHeapImage(area, static_cast<uint32_t>(file.Size()), file);
     });
 }

@@ -156,7 +156,7 @@ VornStatus RestoreName(const HeapArea& target, uint64_t imageName, const SavedNa
 
 }  // namespace
 
-VornStatus LoadImage(const HeapArea& target, uint32_t imageSize, ImageSource& source)
+VornStatus LoadHeapImage(const HeapArea& target, uint32_t imageSize, ImageSource& source)
 {
     if (imageSize > target.TotalSize()) return VORN_E_NO_MEMORY;
     HeapHeader image;

@@ -28,7 +28,7 @@ protected:
 // VORN_OK; VORN_E_NO_MEMORY the image is larger than the target, or no memory or no block for the name;
 // VORN_E_READ fewer bytes than expected; VORN_E_BAD_IMAGE not an image; VORN_E_HEAP_CORRUPT a damaged image
 // or target; or the source's status.
-VornStatus LoadImage(const HeapArea& target, uint32_t imageSize, ImageSource& source);
+VornStatus LoadHeapImage(const HeapArea& target, uint32_t imageSize, ImageSource& source);
 
 }  // namespace vorn::detail
 

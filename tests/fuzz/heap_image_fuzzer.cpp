@@ -57,7 +57,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         area.Header().nameOffset = name;
     }
     FuzzImage source(image.get(), size - 4);
-    LoadImage(area, static_cast<uint32_t>(size - 4), source);
+    LoadHeapImage(area, static_cast<uint32_t>(size - 4), source);
     CheckHeap(area);
     uint64_t payload = 0;
     for (uint64_t request : {0, 50, 200}) {

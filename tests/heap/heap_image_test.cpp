@@ -113,7 +113,7 @@ TEST(HeapImage, AFileWhoseLow32BitsOfSizeAreLessThanAHeaderIsAShortRead)
     TestArea target(4096);
     const std::vector<uint8_t> image = ImageOf(source);
     MemoryImage bytes(image);
-    EXPECT_EQ(LoadImage(target.Area(), 135, bytes), VORN_E_READ);
+    EXPECT_EQ(LoadHeapImage(target.Area(), 135, bytes), VORN_E_READ);
     EXPECT_EQ(target.Look().problem, "");
 }
 
@@ -303,6 +303,6 @@ TEST(HeapImage, AReadThatFailsEndsTheLoadWithItsStatus)
     };
     Failing source;
     TestArea target(4096);
-    EXPECT_EQ(LoadImage(target.Area(), 4096, source), VORN_E_SHARING);
+    EXPECT_EQ(LoadHeapImage(target.Area(), 4096, source), VORN_E_SHARING);
     EXPECT_EQ(target.Look().problem, "");
 }

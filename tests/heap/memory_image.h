@@ -1,4 +1,4 @@
-// memory_image.h - an image in memory as a source for LoadImage. It lies in a block of exactly its size.
+// memory_image.h - an image in memory as a source for LoadHeapImage. It lies in a block of exactly its size.
 #ifndef VORN_TESTS_HEAP_MEMORY_IMAGE_H
 #define VORN_TESTS_HEAP_MEMORY_IMAGE_H
 
@@ -30,7 +30,7 @@ private:
 inline VornStatus Load(const vorn::detail::HeapArea& target, const std::vector<uint8_t>& image)
 {
     MemoryImage source(image);
-    return vorn::detail::LoadImage(target, static_cast<uint32_t>(image.size()), source);
+    return vorn::detail::LoadHeapImage(target, static_cast<uint32_t>(image.size()), source);
 }
 
 }  // namespace heap_test
