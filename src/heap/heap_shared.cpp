@@ -180,8 +180,10 @@ VornHeap* OpenSharedHeapLocked(uint64_t size, const wchar_t* name, size_t nameLe
     const Buffer<wchar_t> semaphoreName = SemaphoreName(name, nameLength);
     if (!semaphoreName) return Fail<VornHeap>(VORN_E_NO_MEMORY);
     OpenSemaphore semaphore;
-    bool exists = semaphore.Open(semaphoreName.Get(), 0, security) == VORN_OK;
-    VornStatus status = exists ? VORN_OK : semaphore.Open(semaphoreName.Get(), kCreateNew, security);
+    VornStatus status = semaphore.Open(semaphoreName.Get(), 0, security);
+    bool exists = status == VORN_OK;
+    if (status == VORN_E_NO_MEMORY) return Fail<VornHeap>(status);
+    if (!exists) status = semaphore.Open(semaphoreName.Get(), kCreateNew, security);
     if (status != VORN_OK) return Fail<VornHeap>(status);
 
     Record<VornHeap> heap;
