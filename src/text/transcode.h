@@ -39,6 +39,7 @@ struct TranscodeTable {
 };
 
 extern const TranscodeTable kTranscodePlain;
+extern const TranscodeTable kTranscodeAvx512;
 
 // The table that needs the vector unit `level`; the processor must have it to call the functions.
 const TranscodeTable& TranscodeFor(VectorLevel level) noexcept;

@@ -65,8 +65,9 @@ const TranscodeTable kTranscodePlain{
     Count<Utf16, Utf32>,  Count<Utf16, Utf8>,    Count<Utf32, Utf8>,    Count<Utf32, Utf16>,
 };
 
-const TranscodeTable& TranscodeFor(VectorLevel) noexcept
+const TranscodeTable& TranscodeFor(VectorLevel level) noexcept
 {
+    if (level == VectorLevel::kAvx512) return kTranscodeAvx512;
     return kTranscodePlain;
 }
 
