@@ -49,7 +49,7 @@ inline const wchar_t* AlignedDown(const wchar_t* text) noexcept
 // unit.
 inline unsigned BitsFrom(const wchar_t* text) noexcept
 {
-    return 0xFFFFu << (reinterpret_cast<uintptr_t>(text) & 15);
+    return 0xFFFFu << (reinterpret_cast<uintptr_t>(text) & 15) & 0xFFFFu;
 }
 
 }  // namespace vorn::detail
