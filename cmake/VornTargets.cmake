@@ -12,8 +12,9 @@
 #       module, so that it may test internals, and built on the host too.
 #   vorn_benchmark(name file... [LIBRARIES lib...])
 #   vorn_fuzzer(name file...)        a libFuzzer target over the portable sources
-#   vorn_soak(name file...)          a long-running test program soak_<name>, built by the target "soak" only
-#   vorn_example(name file...)       an example program
+#   vorn_soak(name file... [LIBRARIES lib...])
+#       a long stress program soak_<name> over the module; the target "soak" builds it, ./dev soak runs it
+#   vorn_example(name file...)       an example program: it sees the public headers alone
 
 set(CMAKE_C_STANDARD 11)
 set(CMAKE_C_STANDARD_REQUIRED ON)
@@ -181,9 +182,10 @@ function(vorn_benchmark name)
 endfunction()
 
 function(vorn_soak name)
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "LIBRARIES")
     if(WIN32)
-        add_executable(soak_${name} EXCLUDE_FROM_ALL ${ARGN})
-        target_link_libraries(soak_${name} PRIVATE vorn_options vorn_test_support vorn)
+        add_executable(soak_${name} EXCLUDE_FROM_ALL ${arg_UNPARSED_ARGUMENTS})
+        target_link_libraries(soak_${name} PRIVATE vorn_options vorn ${arg_LIBRARIES} vorn_test_support)
         if(NOT TARGET soak)
             add_custom_target(soak)
         endif()
@@ -193,17 +195,13 @@ endfunction()
 
 function(vorn_example name)
     add_executable(${name} ${ARGN})
-    target_link_libraries(${name} PRIVATE vorn_options vorn)
+    target_include_directories(${name} PRIVATE ${name})
+    target_compile_options(${name} PRIVATE -Wall -Wextra -Wpedantic
+        $<$<BOOL:${VORN_WARNINGS_AS_ERRORS}>:-Werror>)
+    target_link_libraries(${name} PRIVATE vorn)
+    target_link_options(${name} PRIVATE -municode)
     if(NOT TARGET examples)
         add_custom_target(examples)
     endif()
     add_dependencies(examples ${name})
-endfunction()
-
-function(vorn_fuzzer name)
-    if(VORN_BUILD_FUZZERS)
-        add_executable(${name} ${ARGN})
-        target_link_libraries(${name} PRIVATE vorn_portable_static)
-        target_link_options(${name} PRIVATE -fsanitize=fuzzer)
-    endif()
 endfunction()
