@@ -74,8 +74,9 @@ extern "C" VornStatus VornFileFindGetFullName(VornFileFind* find, const wchar_t*
     find->shellModule = shell.module;
     find->qualify = shell.qualify;
     wchar_t qualified[kQualifiedUnits];
+    qualified[0] = 0;
     const wchar_t* text = path.Text();
-    if (find->qualify != nullptr && find->qualify(text, qualified, kQualifiedUnits)) {
+    if (find->qualify != nullptr && find->qualify(text, qualified, kQualifiedUnits) && qualified[0] != 0) {
         qualified[kQualifiedUnits - 1] = 0;
         text = qualified;
     }
