@@ -95,7 +95,7 @@ VORN_API VornStatus VornFileFindClose(VornFileFind* find);
  * VORN_E_PATH_NOT_FOUND a directory on the way is missing; VORN_E_SYSTEM any other error.
  * Any thread may call this.
  */
-VORN_API VornStatus VornFileCreateDir(const wchar_t* path, VornSecurityDescriptor* security);
+VORN_API VornStatus VornFileCreateDir(const wchar_t* path, const VornSecurityDescriptor* security);
 
 /**
  * Removes a directory. With `recurse` and `deleteFiles` both 0 it must be empty; otherwise it is emptied

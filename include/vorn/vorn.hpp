@@ -3,6 +3,7 @@
 #define VORN_VORN_HPP
 
 #include <vorn/exceptions.hpp>
+#include <vorn/file.hpp>
 #include <vorn/library.hpp>
 #include <vorn/sync.hpp>
 #include <vorn/unistr.hpp>

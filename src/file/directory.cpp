@@ -4,7 +4,7 @@
 
 #include "core/win32.h"
 
-extern "C" VornStatus VornFileCreateDir(const wchar_t* path, VornSecurityDescriptor* security)
+extern "C" VornStatus VornFileCreateDir(const wchar_t* path, const VornSecurityDescriptor* security)
 {
     if (path == nullptr) return VORN_E_INVALID_ARG;
     auto* attributes =
