@@ -406,6 +406,7 @@ public:
     uint32_t Find(const wchar_t* s, uint32_t n) const noexcept;
     /// Deliberate: the terminator takes part, so Find(0) returns the length where no zero is embedded.
     uint32_t Find(wchar_t c) const noexcept;
+    /// Deliberate: an empty text is found at 0 from behind too.
     uint32_t RFind(const UniStr& other) const noexcept;
     uint32_t RFind(const wchar_t* s, uint32_t n) const noexcept;
     /// Deliberate: unlike in Find, the terminator does not take part.

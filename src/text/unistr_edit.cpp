@@ -134,6 +134,7 @@ UniStr& UniStr::Append(const wchar_t* s, uint32_t n)
 UniStr& UniStr::Append(unistr_iterator_const<wchar_t> first, unistr_iterator_const<wchar_t> last)
 {
     const uint32_t n = Distance(first, last);
+    if (n == 0) return *this;
     Splice(Size(), 0, first.position_, n, SingleUnitGrowth(uint64_t{Size()} + n));
     return *this;
 }

@@ -213,7 +213,7 @@ UniStr& UniStr::Assign(const UniStr& other, uint32_t pos, uint32_t n)
 
 UniStr& UniStr::Assign(uint32_t n, wchar_t c)
 {
-    GrowTo(SingleUnitGrowth(n));
+    if (n != 0) GrowTo(SingleUnitGrowth(n));
     Clear();
     FillAtPosition(0, n, c);
     return *this;
