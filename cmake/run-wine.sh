@@ -4,9 +4,10 @@
 set -eu
 prefix=$1
 shift
+mkdir -p "$prefix"
+prefix=$(cd "$prefix" && pwd)
 export WINEPREFIX="$prefix" WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml,winemenubuilder.exe=" LC_ALL=C.UTF-8
 unset DISPLAY || true
-mkdir -p "$prefix"
 if [ ! -f "$prefix/ready" ]; then
     (
         flock 9

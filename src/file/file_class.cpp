@@ -127,7 +127,7 @@ unsigned int File::GetName(UniStr& name)
     if (impl_->handle == nullptr) return VORN_E_INVALID_ARG;
     try {
         name = impl_->name;
-    } catch (const std::bad_alloc&) {
+    } catch (...) {  // The allocator's; named, the type's information would be exported with ours.
         return VORN_E_NO_MEMORY;
     }
     return VORN_OK;
