@@ -2,7 +2,8 @@
 
 namespace vorn::detail {
 
-FreeTree::FreeTree(const HeapArea& area) noexcept : area_(area), root_(area.Header().root)
+FreeTree::FreeTree(const HeapArea& area) noexcept
+    : area_(area), mostNodes_(area.MostNodes()), root_(area.Header().root)
 {
     nil_.parent = 0;
     nil_.child[kLeft] = kNilNode;
@@ -10,16 +11,20 @@ FreeTree::FreeTree(const HeapArea& area) noexcept : area_(area), root_(area.Head
     nil_.colour = kBlack;
 }
 
-TreeNode& FreeTree::At(uint64_t block) noexcept
+TreeNode* FreeTree::NodeElsewhere(uint64_t block) noexcept
 {
-    if (area_.HoldsNode(block)) return area_.Node(block);
     if (block != kNilNode) damaged_ = true;
-    return nil_;
+    return &nil_;
+}
+
+inline TreeNode* FreeTree::NodeAt(uint64_t block) noexcept
+{
+    return area_.HoldsNode(block) ? &area_.Node(block) : NodeElsewhere(block);
 }
 
 // The block's size, header included; `block` satisfies HoldsNode. Its end is inside the area unless the
 // tree is damaged.
-uint64_t FreeTree::SizeOf(uint64_t block) noexcept
+inline uint64_t FreeTree::SizeOf(uint64_t block) noexcept
 {
     const uint64_t size = LinkOffset(area_.Block(block).nextLink) - block;
     if (size > area_.EndBlock() - block) damaged_ = true;
@@ -29,7 +34,7 @@ uint64_t FreeTree::SizeOf(uint64_t block) noexcept
 uint64_t FreeTree::FindBestFit(uint64_t size) noexcept
 {
     uint64_t best = kNilNode;
-    uint64_t steps = area_.MostNodes();
+    uint64_t steps = mostNodes_;
     for (uint64_t block = root_; block != kNilNode; --steps) {
         if (!area_.HoldsNode(block) || steps == 0) {
             damaged_ = true;
@@ -48,7 +53,7 @@ uint64_t FreeTree::FindBestFit(uint64_t size) noexcept
 uint64_t FreeTree::FindLargest() noexcept
 {
     uint64_t largest = kNilNode;
-    uint64_t steps = area_.MostNodes();
+    uint64_t steps = mostNodes_;
     for (uint64_t block = root_; block != kNilNode; --steps) {
         if (!area_.HoldsNode(block) || steps == 0) {
             damaged_ = true;
@@ -66,44 +71,44 @@ void FreeTree::SetRoot(uint64_t block) noexcept
     area_.Header().root = block;
 }
 
-// Which child of `parent` the block is.
-unsigned FreeTree::SideOf(uint64_t block, uint64_t parent) noexcept
+// Which child of `parent` the block at `child` is.
+inline unsigned FreeTree::SideOf(const Place& parent, uint64_t child) noexcept
 {
-    const TreeNode& node = At(parent);
-    if (node.child[kLeft] == block) return kLeft;
-    if (node.child[kRight] != block) damaged_ = true;
-    return kRight;
+    const bool isLeft = parent.node->child[kLeft] == child;
+    if (!isLeft && parent.node->child[kRight] != child) damaged_ = true;
+    return isLeft ? kLeft : kRight;
 }
 
-// Puts `replacement`, which may be the nil node, where `block` hangs from its parent (0: as the root).
-void FreeTree::ReplaceChild(uint64_t parent, uint64_t block, uint64_t replacement) noexcept
+// Puts `replacement`, which may be the nil node, where `child` hangs from its parent (0: as the root).
+inline void FreeTree::ReplaceChild(uint64_t parent, uint64_t child, const Place& replacement) noexcept
 {
     if (parent == 0) {
-        if (root_ != block) damaged_ = true;
+        if (root_ != child) damaged_ = true;
         if (damaged_) return;
-        SetRoot(replacement);
+        SetRoot(replacement.offset);
     } else {
-        const unsigned side = SideOf(block, parent);
+        const Place place = At(parent);
+        const unsigned side = SideOf(place, child);
         if (damaged_) return;
-        At(parent).child[side] = replacement;
+        place.node->child[side] = replacement.offset;
     }
-    At(replacement).parent = parent;
+    replacement.node->parent = parent;
 }
 
 // Moves `block` down to `side`; its child on the other side takes its place.
-void FreeTree::Rotate(uint64_t block, unsigned side) noexcept
+inline void FreeTree::Rotate(const Place& block, unsigned side) noexcept
 {
     const unsigned other = 1 - side;
-    const uint64_t rising = At(block).child[other];
-    if (rising == kNilNode || At(rising).parent != block) damaged_ = true;
+    const Place rising = At(block.node->child[other]);
+    if (rising.offset == kNilNode || rising.node->parent != block.offset) damaged_ = true;
     if (damaged_) return;
-    const uint64_t inner = At(rising).child[side];
-    const uint64_t parent = At(block).parent;
-    At(block).child[other] = inner;
-    if (inner != kNilNode) At(inner).parent = block;
-    ReplaceChild(parent, block, rising);
-    At(rising).child[side] = block;
-    At(block).parent = rising;
+    const Place inner = At(rising.node->child[side]);
+    const uint64_t parent = block.node->parent;
+    block.node->child[other] = inner.offset;
+    if (inner.offset != kNilNode) inner.node->parent = block.offset;
+    ReplaceChild(parent, block.offset, rising);
+    rising.node->child[side] = block.offset;
+    block.node->parent = rising.offset;
 }
 
 void FreeTree::Insert(uint64_t block) noexcept
@@ -111,10 +116,12 @@ void FreeTree::Insert(uint64_t block) noexcept
     const uint64_t size = SizeOf(block);
     uint64_t parent = 0;
     unsigned side = kLeft;
-    uint64_t steps = area_.MostNodes();
+    uint64_t steps = mostNodes_;
     for (uint64_t next = root_; next != kNilNode; --steps) {
-        if (!area_.HoldsNode(next) || next == block || steps == 0) damaged_ = true;
-        if (damaged_) return;
+        if (!area_.HoldsNode(next) || next == block || steps == 0) {
+            damaged_ = true;
+            return;
+        }
         parent = next;
         const TreeNode& node = area_.Node(next);
         const uint64_t left = node.child[kLeft];
@@ -135,125 +142,139 @@ void FreeTree::Insert(uint64_t block) noexcept
     } else {
         area_.Node(parent).child[side] = block;
     }
-    BalanceAfterInsert(block);
+    BalanceAfterInsert({block, &node});
 }
 
-void FreeTree::BalanceAfterInsert(uint64_t block) noexcept
+// `block` is red, and nothing is wrong but that its parent may be red too.
+inline void FreeTree::BalanceAfterInsert(Place block) noexcept
 {
-    for (uint64_t steps = area_.MostNodes(); !damaged_; --steps) {
-        uint64_t parent = At(block).parent;
-        if (parent == 0 || !IsRed(parent)) break;
-        const uint64_t grandparent = At(parent).parent;
-        if (grandparent == 0) break;  // a red root is painted below
-        const unsigned side = SideOf(parent, grandparent);
-        const uint64_t uncle = At(grandparent).child[1 - side];
+    for (uint64_t steps = mostNodes_; !damaged_; --steps) {
+        const uint64_t parentOffset = block.node->parent;
+        if (parentOffset == 0) {
+            block.node->colour = kBlack;
+            return;
+        }
+        const Place parent = At(parentOffset);
+        if (parent.node->colour != kRed) return;
+        const uint64_t grandparentOffset = parent.node->parent;
+        if (grandparentOffset == 0) {  // a red root
+            parent.node->colour = kBlack;
+            return;
+        }
+        const Place grandparent = At(grandparentOffset);
+        const unsigned side = SideOf(grandparent, parent.offset);
+        const Place uncle = At(grandparent.node->child[1 - side]);
         if (steps == 0) damaged_ = true;
         if (damaged_) return;
-        if (IsRed(uncle)) {
-            At(parent).colour = kBlack;
-            At(uncle).colour = kBlack;
-            At(grandparent).colour = kRed;
+        grandparent.node->colour = kRed;
+        if (uncle.node->colour == kRed) {
+            parent.node->colour = kBlack;
+            uncle.node->colour = kBlack;
             block = grandparent;
             continue;
         }
-        if (SideOf(block, parent) != side) {
+        if (SideOf(parent, block.offset) == side) {
+            parent.node->colour = kBlack;
+        } else {
+            block.node->colour = kBlack;
             Rotate(parent, side);
-            parent = block;
+            if (damaged_) return;
         }
-        if (damaged_) return;
-        At(parent).colour = kBlack;
-        At(grandparent).colour = kRed;
         Rotate(grandparent, 1 - side);
-        break;
+        return;
     }
-    if (!damaged_) At(root_).colour = kBlack;
 }
 
-void FreeTree::Remove(uint64_t block) noexcept
+void FreeTree::Remove(uint64_t offset) noexcept
 {
-    const uint64_t left = At(block).child[kLeft];
-    const uint64_t right = At(block).child[kRight];
-    const uint64_t parent = At(block).parent;
-    if (left != kNilNode && At(left).parent != block) damaged_ = true;
-    if (right != kNilNode && (At(right).parent != block || right == left)) damaged_ = true;
+    const Place block = At(offset);
+    const Place left = At(block.node->child[kLeft]);
+    const Place right = At(block.node->child[kRight]);
+    const uint64_t parent = block.node->parent;
+    if (left.offset != kNilNode && left.node->parent != offset) damaged_ = true;
+    if (right.offset != kNilNode && right.node->parent != offset) damaged_ = true;
+    if (right.offset != kNilNode && right.offset == left.offset) damaged_ = true;
     if (damaged_) return;
 
-    bool blackLost = !IsRed(block);
-    uint64_t moved;  // what took the place that the tree lost; nil_ holds its parent when it is the nil node
-    if (left == kNilNode || right == kNilNode) {
-        moved = left == kNilNode ? right : left;
-        ReplaceChild(parent, block, moved);
+    uint32_t lostColour = block.node->colour;
+    Place moved = left.offset == kNilNode ? right : left;  // takes the place that the tree loses
+    if (left.offset == kNilNode || right.offset == kNilNode) {
+        ReplaceChild(parent, offset, moved);
     } else {
         // The next larger block takes the removed one's place and colour.
-        uint64_t successor = right;
-        uint64_t steps = area_.MostNodes();
-        for (uint64_t next = At(right).child[kLeft]; next != kNilNode; next = At(next).child[kLeft], --steps)
-        {
+        Place successor = right;
+        uint64_t steps = mostNodes_;
+        for (uint64_t next; (next = successor.node->child[kLeft]) != kNilNode; --steps) {
+            successor = At(next);
             if (steps == 0) damaged_ = true;
             if (damaged_) return;
-            successor = next;
         }
-        blackLost = !IsRed(successor);
-        moved = At(successor).child[kRight];
-        if (moved != kNilNode && At(moved).parent != successor) damaged_ = true;
+        moved = At(successor.node->child[kRight]);
+        if (moved.offset != kNilNode && moved.node->parent != successor.offset) damaged_ = true;
         if (damaged_) return;
-        if (successor != right) {
-            ReplaceChild(At(successor).parent, successor, moved);
+        const uint32_t colour = lostColour;
+        lostColour = successor.node->colour;
+        if (successor.offset != right.offset) {
+            ReplaceChild(successor.node->parent, successor.offset, moved);
             if (damaged_) return;
-            const uint64_t rest = At(block).child[kRight];
-            At(successor).child[kRight] = rest;
-            At(rest).parent = successor;
-            if (rest == kNilNode) damaged_ = true;
+            successor.node->child[kRight] = right.offset;
+            right.node->parent = successor.offset;
         } else {
-            At(moved).parent = successor;
+            moved.node->parent = successor.offset;
         }
-        ReplaceChild(parent, block, successor);
+        ReplaceChild(parent, offset, successor);
         if (damaged_) return;
-        At(successor).child[kLeft] = left;
-        At(left).parent = successor;
-        At(successor).colour = At(block).colour;
+        successor.node->child[kLeft] = left.offset;
+        left.node->parent = successor.offset;
+        successor.node->colour = colour;
     }
-    if (blackLost && !damaged_) BalanceAfterRemove(moved);
+    if (lostColour != kRed && !damaged_) BalanceAfterRemove(moved);
 }
 
-// Every path through `block`, which may be the nil node, is one black node short.
-void FreeTree::BalanceAfterRemove(uint64_t block) noexcept
+// Every path through `block`, which may be the nil node, is one black node short. The nil node's parent is
+// known for as long as this lasts.
+inline void FreeTree::BalanceAfterRemove(Place block) noexcept
 {
-    for (uint64_t steps = area_.MostNodes(); block != root_ && !IsRed(block); --steps) {
-        const uint64_t parent = At(block).parent;
-        if (parent == 0 || steps == 0) damaged_ = true;
+    for (uint64_t steps = mostNodes_; block.offset != root_ && block.node->colour != kRed; --steps) {
+        const uint64_t parentOffset = block.node->parent;
+        if (parentOffset == 0 || steps == 0) {
+            damaged_ = true;
+            return;
+        }
+        const Place parent = At(parentOffset);
+        const unsigned side = SideOf(parent, block.offset);
+        Place sibling = At(parent.node->child[1 - side]);
         if (damaged_) return;
-        const unsigned side = SideOf(block, parent);
-        uint64_t sibling = At(parent).child[1 - side];
-        if (IsRed(sibling)) {
-            At(sibling).colour = kBlack;
-            At(parent).colour = kRed;
+        if (sibling.node->colour == kRed) {
+            sibling.node->colour = kBlack;
+            parent.node->colour = kRed;
             Rotate(parent, side);
             if (damaged_) return;
-            sibling = At(parent).child[1 - side];
+            sibling = At(parent.node->child[1 - side]);
         }
-        if (!IsRed(At(sibling).child[kLeft]) && !IsRed(At(sibling).child[kRight])) {
+        const Place inner = At(sibling.node->child[side]);
+        const Place outer = At(sibling.node->child[1 - side]);
+        if (damaged_) return;
+        if (outer.node->colour != kRed && inner.node->colour != kRed) {
             // A tree that is not balanced may have no sibling here; nothing is to be painted then.
-            if (sibling != kNilNode) At(sibling).colour = kRed;
+            if (sibling.offset != kNilNode) sibling.node->colour = kRed;
             block = parent;
             continue;
         }
-        const uint64_t outer = At(sibling).child[1 - side];
-        if (!IsRed(outer)) {
-            const uint64_t inner = At(sibling).child[side];
-            At(inner).colour = kBlack;
-            At(sibling).colour = kRed;
+        const uint32_t parentColour = parent.node->colour;
+        parent.node->colour = kBlack;
+        if (outer.node->colour == kRed) {
+            sibling.node->colour = parentColour;
+            outer.node->colour = kBlack;
+        } else {
+            inner.node->colour = parentColour;
             Rotate(sibling, 1 - side);
             if (damaged_) return;
-            sibling = At(parent).child[1 - side];
         }
-        At(sibling).colour = At(parent).colour;
-        At(parent).colour = kBlack;
-        At(At(sibling).child[1 - side]).colour = kBlack;
         Rotate(parent, side);
-        block = root_;
+        return;
     }
-    if (!damaged_) At(block).colour = kBlack;
+    block.node->colour = kBlack;
 }
 
 }  // namespace vorn::detail

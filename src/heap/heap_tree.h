@@ -37,16 +37,24 @@ public:
     bool Damaged() const noexcept { return damaged_; }
 
 private:
-    TreeNode& At(uint64_t block) noexcept;
-    uint64_t SizeOf(uint64_t block) noexcept;
-    bool IsRed(uint64_t block) noexcept { return At(block).colour == kRed; }
-    unsigned SideOf(uint64_t block, uint64_t parent) noexcept;
-    void ReplaceChild(uint64_t parent, uint64_t block, uint64_t replacement) noexcept;
-    void Rotate(uint64_t block, unsigned side) noexcept;
-    void BalanceAfterInsert(uint64_t block) noexcept;
-    void BalanceAfterRemove(uint64_t block) noexcept;
+    // A node together with its offset, so that the offset is checked once and not for each access.
+    struct Place {
+        uint64_t offset;
+        TreeNode* node;
+    };
 
-    const HeapArea& area_;
+    TreeNode* NodeElsewhere(uint64_t block) noexcept;
+    TreeNode* NodeAt(uint64_t block) noexcept;
+    Place At(uint64_t block) noexcept { return {block, NodeAt(block)}; }
+    uint64_t SizeOf(uint64_t block) noexcept;
+    unsigned SideOf(const Place& parent, uint64_t child) noexcept;
+    void ReplaceChild(uint64_t parent, uint64_t child, const Place& replacement) noexcept;
+    void Rotate(const Place& block, unsigned side) noexcept;
+    void BalanceAfterInsert(Place block) noexcept;
+    void BalanceAfterRemove(Place block) noexcept;
+
+    const HeapArea area_;
+    const uint64_t mostNodes_;
     uint64_t root_;  // as the header has it
     bool damaged_ = false;
     TreeNode nil_;
