@@ -1,8 +1,6 @@
 #include "core/registries.h"
 
-namespace vorn::detail {
-
-namespace {
+namespace vorn::detail::registries {
 
 HandleRegistry heaps;
 HandleRegistry files;
@@ -13,39 +11,4 @@ HandleRegistry processIterators;
 HandleRegistry moduleIterators;
 HandleRegistry moduleRecords;
 
-}  // namespace
-
-HandleRegistry& Heaps() noexcept
-{
-    return heaps;
-}
-HandleRegistry& Files() noexcept
-{
-    return files;
-}
-HandleRegistry& FileSearches() noexcept
-{
-    return fileSearches;
-}
-HandleRegistry& EnvironmentBlocks() noexcept
-{
-    return environmentBlocks;
-}
-HandleRegistry& Processes() noexcept
-{
-    return processes;
-}
-HandleRegistry& ProcessIterators() noexcept
-{
-    return processIterators;
-}
-HandleRegistry& ModuleIterators() noexcept
-{
-    return moduleIterators;
-}
-HandleRegistry& ModuleRecords() noexcept
-{
-    return moduleRecords;
-}
-
-}  // namespace vorn::detail
+}  // namespace vorn::detail::registries

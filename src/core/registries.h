@@ -9,14 +9,50 @@
 
 namespace vorn::detail {
 
-HandleRegistry& Heaps() noexcept;
-HandleRegistry& Files() noexcept;
-HandleRegistry& FileSearches() noexcept;
-HandleRegistry& EnvironmentBlocks() noexcept;
-HandleRegistry& Processes() noexcept;
-HandleRegistry& ProcessIterators() noexcept;
-HandleRegistry& ModuleIterators() noexcept;
-HandleRegistry& ModuleRecords() noexcept;
+// The objects; use the functions.
+namespace registries {
+extern HandleRegistry heaps;
+extern HandleRegistry files;
+extern HandleRegistry fileSearches;
+extern HandleRegistry environmentBlocks;
+extern HandleRegistry processes;
+extern HandleRegistry processIterators;
+extern HandleRegistry moduleIterators;
+extern HandleRegistry moduleRecords;
+}  // namespace registries
+
+inline HandleRegistry& Heaps() noexcept
+{
+    return registries::heaps;
+}
+inline HandleRegistry& Files() noexcept
+{
+    return registries::files;
+}
+inline HandleRegistry& FileSearches() noexcept
+{
+    return registries::fileSearches;
+}
+inline HandleRegistry& EnvironmentBlocks() noexcept
+{
+    return registries::environmentBlocks;
+}
+inline HandleRegistry& Processes() noexcept
+{
+    return registries::processes;
+}
+inline HandleRegistry& ProcessIterators() noexcept
+{
+    return registries::processIterators;
+}
+inline HandleRegistry& ModuleIterators() noexcept
+{
+    return registries::moduleIterators;
+}
+inline HandleRegistry& ModuleRecords() noexcept
+{
+    return registries::moduleRecords;
+}
 
 }  // namespace vorn::detail
 

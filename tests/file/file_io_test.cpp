@@ -2,7 +2,10 @@
 #include "support/failing_call.h"
 #include "support/guard_buffer.h"
 
+#include <atomic>
 #include <gtest/gtest.h>
+#include <thread>
+#include <vector>
 
 using namespace vorn_test;
 
@@ -343,4 +346,30 @@ TEST_F(FileEofAfterShortRead, BelongsToOneHandleAlone)
     EXPECT_EQ(VornFileGetPos(other), 0u);
     EXPECT_EQ(VornFileIsEof(file), VORN_TRUE);
     EXPECT_EQ(VornFileClose(other), VORN_OK);
+}
+
+TEST_F(FileRead, ThreadsUseHandlesOfTheirOwnSideBySide)
+{
+    std::atomic<int> failures{0};
+    const auto work = [&](int number) {
+        const std::wstring path = Path(L"file" + std::to_wstring(number));
+        for (int round = 0; round < 40; ++round) {
+            VornFile* file = VornFileCreate(path.c_str(), VORN_FILE_CREATE_ALWAYS,
+                                            VORN_FILE_ACCESS_READ_WRITE, VORN_TRUE, nullptr, nullptr);
+            const std::string text = std::to_string(number) + " in round " + std::to_string(round) + "\n";
+            const auto size = static_cast<uint32_t>(text.size());
+            uint32_t count = 0;
+            uint8_t line[64] = {};
+            if (VornFileWrite(file, text.data(), size, &count) != VORN_OK || count != size) ++failures;
+            if (VornFileSeek(file, 0, VORN_FILE_SEEK_BEGIN) != 0) ++failures;
+            if (VornFileReadLine(file, line, sizeof(line), &count) != VORN_OK || count != size) ++failures;
+            if (text.compare(0, size - 1, reinterpret_cast<char*>(line)) != 0) ++failures;
+            if (VornFileGetSize(file) != size) ++failures;
+            if (VornFileClose(file) != VORN_OK) ++failures;
+        }
+    };
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) threads.emplace_back(work, i);
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(failures.load(), 0);
 }
