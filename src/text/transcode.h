@@ -39,6 +39,8 @@ struct TranscodeTable {
 };
 
 extern const TranscodeTable kTranscodePlain;
+extern const TranscodeTable kTranscodeSse41;
+extern const TranscodeTable kTranscodeAvx2;
 extern const TranscodeTable kTranscodeAvx512;
 
 // The table that needs the vector unit `level`; the processor must have it to call the functions.

@@ -67,7 +67,16 @@ const TranscodeTable kTranscodePlain{
 
 const TranscodeTable& TranscodeFor(VectorLevel level) noexcept
 {
-    if (level == VectorLevel::kAvx512) return kTranscodeAvx512;
+    switch (level) {
+        case VectorLevel::kAvx512:
+            return kTranscodeAvx512;
+        case VectorLevel::kAvx2:
+            return kTranscodeAvx2;
+        case VectorLevel::kSse41:
+            return kTranscodeSse41;
+        case VectorLevel::kPlain:
+            break;
+    }
     return kTranscodePlain;
 }
 
