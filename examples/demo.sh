@@ -10,3 +10,14 @@ code=0
 "$runner" "$prefix" "$bin/linestat.exe" -t 4 $(find -L $texts -maxdepth 1 -type f | sort) $texts/missing || code=$?
 printf '\nIts exit code is %d, since one file is missing. wc counts:\n' $code
 find -L $texts -maxdepth 1 -type f -exec cat {} + | wc -lc
+
+tree=/usr/include/linux
+[ -d $tree ] || tree=$(cd "$(dirname "$0")/.." && pwd)/src
+printf '\n$ linestat --summary %s\n' $tree
+"$runner" "$prefix" "$bin/linestat.exe" --summary $tree
+printf '\nfind and wc count:\n'
+find $tree -type f | wc -l
+find $tree -type f -exec cat {} + | wc -lc
+
+printf "\n$ linestat --long '%s/M*'\n" $texts
+"$runner" "$prefix" "$bin/linestat.exe" --long "$texts/M*"

@@ -1,7 +1,7 @@
 // linestat - lines, bytes and longest line of files, read by several threads side by side.
 //
-// Shows the library at work: files read line by line, threads, a queue under a mutex, Base64, transcoding,
-// and how a status is reported.
+// Shows the library at work: directories searched, files read line by line, threads, a queue under a mutex,
+// Base64, transcoding, and how a status is reported.
 
 #include "names.h"
 #include "report.h"
@@ -18,11 +18,16 @@
 namespace {
 
 constexpr char kUsage[] =
-    "usage: linestat [-t THREADS] [--] FILE...\n"
+    "usage: linestat [-l | -s] [-t THREADS] [--] FILE...\n"
     "\n"
     "Prints for each FILE, and in total, the number of lines, the number of bytes,\n"
     "the length of the longest line in bytes, and the first 57 bytes as Base64.\n"
+    "A directory stands for all files below it, and a name with * or ? for the\n"
+    "entries that match. Links to directories are not followed on the way.\n"
     "\n"
+    "  -l, --long              prints instead of the first bytes each file's size and\n"
+    "                          time of modification as its directory tells them\n"
+    "  -s, --summary           prints the total alone, and the files not read\n"
     "  -t, --threads THREADS   how many threads read, 1 to 64 (as many as processors)\n"
     "  -h, --help              prints this text\n"
     "      --                  every word behind it is a FILE\n"
@@ -40,6 +45,7 @@ constexpr int kExitUsage = 2;
 
 struct Options {
     bool help = false;
+    linestat::Form form = linestat::Form::kContents;
     unsigned threads = std::max(1u, std::thread::hardware_concurrency());
     std::vector<std::wstring> words;
     std::string error;  // not empty: what is wrong with the command line
@@ -66,6 +72,10 @@ Options ParseCommandLine(const std::vector<std::wstring>& arguments)
             wordsOnly = true;
         } else if (argument == L"-h" || argument == L"--help") {
             options.help = true;
+        } else if (argument == L"-l" || argument == L"--long") {
+            options.form = linestat::Form::kEntries;
+        } else if (argument == L"-s" || argument == L"--summary") {
+            options.form = linestat::Form::kTotal;
         } else if (argument == L"-t" || argument == L"--threads") {
             if (++i == arguments.size() || !ParseThreads(arguments[i], &options.threads)) {
                 options.error = linestat::Utf8(argument) + " wants a number from 1 to 64";
@@ -82,9 +92,9 @@ Options ParseCommandLine(const std::vector<std::wstring>& arguments)
 
 int Run(const Options& options)
 {
-    const std::vector<std::wstring> names = linestat::ExpandNames(options.words);
+    const std::vector<linestat::Name> names = linestat::ExpandNames(options.words);
     const std::vector<linestat::FileFacts> facts = linestat::GatherAll(names, options.threads);
-    return linestat::PrintReport(stdout, names, facts) == 0 ? kExitAllRead : kExitSomeNotRead;
+    return linestat::PrintReport(stdout, options.form, names, facts) == 0 ? kExitAllRead : kExitSomeNotRead;
 }
 
 }  // namespace

@@ -8,17 +8,38 @@ namespace linestat {
 
 namespace {
 
-// One row as it is printed: three numbers, the first bytes and the name.
+// One row as it is printed: numbers to the right, then a text to the left, then the name.
 struct Row {
-    std::string lines, bytes, longest, firstBytes, name;
+    std::vector<std::string> numbers;
+    std::string text;  // empty where the form has none
+    std::string name;
 };
 
-const Row kHeading = {"lines", "bytes", "longest", "first 57 bytes", "file"};
-
-Row RowOf(const FileFacts& facts, const std::string& name)
+std::string TimeText(const VornTime& time)
 {
-    return {std::to_string(facts.lines), std::to_string(facts.bytes), std::to_string(facts.longest),
-            facts.firstBytes.empty() ? "-" : facts.firstBytes, name};
+    char text[32];
+    std::snprintf(text, sizeof(text), "%04u-%02u-%02u %02u:%02u:%02u", unsigned{time.year},
+                  unsigned{time.month}, unsigned{time.day}, unsigned{time.hour}, unsigned{time.minute},
+                  unsigned{time.second});
+    return text;
+}
+
+Row Heading(Form form)
+{
+    if (form == Form::kEntries) return {{"lines", "bytes", "longest", "size"}, "modified (UTC)", "file"};
+    return {{"lines", "bytes", "longest"}, form == Form::kContents ? "first 57 bytes" : "", "file"};
+}
+
+Row RowOf(Form form, const FileFacts& facts, const Name& entry, const std::string& name)
+{
+    Row row = {
+        {std::to_string(facts.lines), std::to_string(facts.bytes), std::to_string(facts.longest)}, "", name};
+    if (form == Form::kContents) row.text = facts.firstBytes.empty() ? "-" : facts.firstBytes;
+    if (form == Form::kEntries) {
+        row.numbers.push_back(entry.examined ? std::to_string(entry.size) : "-");
+        row.text = entry.modified.year != 0 ? TimeText(entry.modified) : "-";
+    }
+    return row;
 }
 
 std::string Reason(VornStatus status)
@@ -33,40 +54,46 @@ std::string Counted(size_t count, const char* one, const char* many)
 
 }  // namespace
 
-size_t PrintReport(std::FILE* out, const std::vector<std::wstring>& names,
+size_t PrintReport(std::FILE* out, Form form, const std::vector<Name>& names,
                    const std::vector<FileFacts>& facts)
 {
     FileFacts total;
+    Name all;
+    all.examined = true;
     size_t unread = 0;
-    for (const FileFacts& file : facts) {
+    std::vector<Row> rows = {Heading(form)};
+    for (size_t i = 0; i < facts.size(); ++i) {
+        const FileFacts& file = facts[i];
         unread += file.status != VORN_OK;
         total.lines += file.lines;
         total.bytes += file.bytes;
         total.longest = std::max(total.longest, file.longest);
+        all.size += names[i].size;
+        if (form == Form::kTotal && file.status == VORN_OK) continue;
+        rows.push_back(RowOf(form, file, names[i], Utf8(names[i].path)));
+        if (file.status != VORN_OK) rows.back().numbers = {};
+        if (file.status != VORN_OK) rows.back().text = Reason(file.status);
     }
-    std::vector<Row> rows = {kHeading};
-    for (size_t i = 0; i < facts.size(); ++i) rows.push_back(RowOf(facts[i], Utf8(names[i])));
     std::string counts = Counted(facts.size() - unread, " file", " files");
     if (unread != 0) counts += ", " + std::to_string(unread) + " not read";
-    rows.push_back(RowOf(total, "total of " + counts));
+    rows.push_back(RowOf(form, total, all, "total of " + counts));
 
-    int width[4] = {};
+    std::vector<int> width(rows[0].numbers.size());
+    int textWidth = 0;
     for (const Row& row : rows) {
-        const std::string* cells[4] = {&row.lines, &row.bytes, &row.longest, &row.firstBytes};
-        for (int i = 0; i < 4; ++i) width[i] = std::max(width[i], static_cast<int>(Columns(*cells[i])));
+        for (size_t i = 0; i < row.numbers.size(); ++i)
+            width[i] = std::max(width[i], static_cast<int>(row.numbers[i].size()));
+        if (!row.numbers.empty()) textWidth = std::max(textWidth, static_cast<int>(Columns(row.text)));
     }
-    const int reasonWidth = width[0] + width[1] + width[2] + width[3] + 6;
-    for (size_t i = 0; i < rows.size(); ++i) {
-        const Row& row = rows[i];
-        const bool isFile = i != 0 && i <= facts.size();
-        if (isFile && facts[i - 1].status != VORN_OK) {
-            std::fprintf(out, "%-*s  %s\n", reasonWidth, Reason(facts[i - 1].status).c_str(),
-                         row.name.c_str());
-        } else {
-            std::fprintf(out, "%*s  %*s  %*s  %-*s  %s\n", width[0], row.lines.c_str(), width[1],
-                         row.bytes.c_str(), width[2], row.longest.c_str(), width[3], row.firstBytes.c_str(),
-                         row.name.c_str());
-        }
+    // Where no file can have numbers, a reason takes their place too.
+    int reasonWidth = textWidth;
+    for (const int each : width) reasonWidth += each + 2;
+    for (const Row& row : rows) {
+        for (size_t i = 0; i < row.numbers.size(); ++i)
+            std::fprintf(out, "%*s  ", width[i], row.numbers[i].c_str());
+        const int left = row.numbers.empty() ? reasonWidth : textWidth;
+        if (left != 0) std::fprintf(out, "%-*s  ", left, row.text.c_str());
+        std::fprintf(out, "%s\n", row.name.c_str());
     }
     return unread;
 }

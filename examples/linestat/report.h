@@ -3,16 +3,23 @@
 #define LINESTAT_REPORT_H
 
 #include "file_facts.h"
+#include "names.h"
 
 #include <cstdio>
-#include <string>
 #include <vector>
 
 namespace linestat {
 
-// Prints one row for each file, then the total. A file that could not be read has a row that says why.
-// Returns the number of such files.
-size_t PrintReport(std::FILE* out, const std::vector<std::wstring>& names,
+// What the table shows.
+enum class Form {
+    kContents,  // the first bytes of each file
+    kEntries,   // instead of them, each file's size and time as its directory tells them
+    kTotal,     // the total alone
+};
+
+// Prints one row for each file, then the total. A file that could not be read has a row that says why, in
+// every form. Returns the number of such files.
+size_t PrintReport(std::FILE* out, Form form, const std::vector<Name>& names,
                    const std::vector<FileFacts>& facts);
 
 }  // namespace linestat

@@ -31,24 +31,31 @@ private:
 };
 
 struct Work {
-    const std::vector<std::wstring>& names;
+    const std::vector<Name>& names;
     std::vector<FileFacts> facts;  // each element written by the thread that took its number
     Queue queue;
 
-    explicit Work(const std::vector<std::wstring>& all) : names(all), facts(all.size()), queue(all.size()) {}
+    explicit Work(const std::vector<Name>& all) : names(all), facts(all.size()), queue(all.size()) {}
 };
 
 void* WorkUntilDone(void* argument)
 {
     Work& work = *static_cast<Work*>(argument);
     size_t number = 0;
-    while (work.queue.Take(&number)) work.facts[number] = GatherFacts(work.names[number]);
+    while (work.queue.Take(&number)) {
+        const Name& name = work.names[number];
+        if (name.status == VORN_OK) {
+            work.facts[number] = GatherFacts(name.path);
+        } else {
+            work.facts[number].status = name.status;
+        }
+    }
     return nullptr;
 }
 
 }  // namespace
 
-std::vector<FileFacts> GatherAll(const std::vector<std::wstring>& names, unsigned threads)
+std::vector<FileFacts> GatherAll(const std::vector<Name>& names, unsigned threads)
 {
     Work work(names);
     std::vector<VornThread*> started;

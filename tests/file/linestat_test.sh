@@ -70,6 +70,61 @@ expect_text 'not read: 132 VORN_E_PATH_NOT_FOUND' 'a missing folder'
 expect_text 'total of 2 files, 2 not read' 'the rest goes on'
 [ "$(wc -l <lines)" = 6 ] || fail 'a row for each name, the heading and the total'
 
+# A tree: levels, names of every kind, an empty directory, links that must not be followed.
+mkdir -p tree/a/b/c/d/e "tree/with space" tree/nothing
+cp texts/* tree/
+cp texts/u* tree/a/b/
+cp texts/long-5* tree/a/b/c/d/e/
+printf 'deep\n' >tree/a/b/c/d/e/f.txt
+printf 'x\ny\n' >"tree/with space/two words.txt"
+printf 'hidden\n' >tree/.dot
+ln -s . tree/a/loop
+ln -s ../texts tree/elsewhere
+touch -d '2020-02-29 12:34:56 UTC' tree/unix
+find tree -type f | sort >wanted
+lines=$(xargs -d '\n' cat <wanted | wc -l)
+bytes=$(xargs -d '\n' cat <wanted | wc -c)
+count=$(wc -l <wanted)
+wanted_total="$((lines)) $((bytes)) total of $((count)) files"
+
+linestat -l tree
+expect_code 0 'a tree'
+sed '1d;$d' lines | sed 's/^ *[0-9]* *[0-9]* *[0-9]* *[0-9]*  [-0-9]* [:0-9]*  //' | tr '\\' / | sort >found
+cmp -s wanted found || fail "the files found are not those of find: $(diff wanted found | head -n 5)"
+tail -n 1 lines | awk '{ print $1, $2, $6, $7, $8, $9 }' | grep -qx "$wanted_total" ||
+    fail "the tree's total is $(tail -n 1 lines) instead of $wanted_total"
+while read -r file; do
+    row=$(printf '%s  %s' "$(TZ=UTC stat -c '%s  %y' "$file" | cut -c 1-$((21 + $(stat -c %s "$file" | tr -d '\n' | wc -c))))" "$(printf %s "$file" | tr / '\\')")
+    grep -qF "  $row" lines || fail "no row with size and time \"$row\""
+done <wanted
+expect_text '2020-02-29 12:34:56' 'a time'
+
+for same in tree/ 'tree\' ./tree "$folder/tree"; do
+    linestat --summary "$same"
+    expect_code 0 "$same"
+    [ "$(wc -l <lines)" = 2 ] || fail "a summary is a heading and a total: $same"
+    tail -n 1 lines | awk '{ print $1, $2, $4, $5, $6, $7 }' | grep -qx "$wanted_total" ||
+        fail "the total of $same is $(tail -n 1 lines) instead of $wanted_total"
+done
+
+linestat -s 'tree/long-*'
+expect_code 0 'a pattern'
+expect_text "total of $(ls -d tree/long-* | wc -l) files" 'a pattern'
+linestat -s 'tree/*'
+expect_text "total of $count files" 'a pattern takes directories with all that is below'
+linestat -s 'tree\a\b\u?ix' tree/a/b/unended
+expect_text 'total of 2 files' 'a pattern and a name'
+linestat -s tree/a/loop
+expect_text "total of $(find tree/a -type f | wc -l) files" 'a link that a word names is followed, once'
+linestat tree/nothing
+expect_code 0 'an empty directory'
+expect_text 'total of 0 files' 'an empty directory'
+linestat -s 'tree/*.none' 'no/*' texts/unix
+expect_code 1 'patterns that match nothing'
+expect_text 'not read: 131 VORN_E_NOT_FOUND' 'nothing matches'
+expect_text 'not read: 132 VORN_E_PATH_NOT_FOUND' 'no such directory'
+expect_text 'total of 1 file, 2 not read' 'the rest goes on'
+
 linestat --help
 expect_code 0 'help'
 expect_text 'usage: linestat' 'help'
@@ -84,5 +139,5 @@ linestat --unknown texts/unix
 expect_code 2 'an unknown option'
 expect_text 'there is no option --unknown' 'an unknown option'
 
-[ $failures = 0 ] && printf '%d files counted as wc counts them\n' "$count"
+[ $failures = 0 ] && printf '%d files of a tree found as find finds them and counted as wc counts them\n' "$count"
 exit $failures
