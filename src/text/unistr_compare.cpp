@@ -2,7 +2,9 @@
 #include <vorn/unistr.hpp>
 
 #include "text/unistr_units.h"
+#include "text/unit_scan.h"
 
+#include <algorithm>
 #include <unicode/uchar.h>
 #include <unicode/ustring.h>
 
@@ -12,35 +14,37 @@ using namespace detail;
 
 namespace {
 
-int32_t IcuLength(const UniStr& text)
+std::wstring_view ViewOf(const wchar_t* s)
 {
-    return static_cast<int32_t>(text.Size());
+    return s != nullptr ? std::wstring_view(s, TerminatedLength(s)) : std::wstring_view(L"", 0);
 }
 
-const UChar* IcuText(const UniStr& text)
+// ICU's comparison. What the texts have in common at their beginning does not enter into it, except that the
+// unit before the first difference tells whether the units that differ are second halves of pairs.
+int CompareUnits(std::wstring_view a, std::wstring_view b, bool codePointOrder)
 {
-    return IcuUnits(std::wstring_view(text).data());
-}
-
-const wchar_t* TextOrEmpty(const wchar_t* s)
-{
-    return s != nullptr ? s : L"";
+    if (a.data() == b.data() && a.size() == b.size()) return 0;
+    size_t skipped = CommonPrefix(a.data(), b.data(), std::min(a.size(), b.size()));
+    if (skipped == a.size() && skipped == b.size()) return 0;
+    if (skipped != 0) --skipped;
+    return u_strCompare(IcuUnits(a.data() + skipped), static_cast<int32_t>(a.size() - skipped),
+                        IcuUnits(b.data() + skipped), static_cast<int32_t>(b.size() - skipped),
+                        codePointOrder);
 }
 
 int InCodeUnitOrder(const UniStr& a, const UniStr& b)
 {
-    return u_strCompare(IcuText(a), IcuLength(a), IcuText(b), IcuLength(b), false);
+    return CompareUnits(a, b, false);
 }
 
 int InCodeUnitOrder(const UniStr& a, const wchar_t* b)
 {
-    return u_strCompare(IcuText(a), IcuLength(a), IcuUnits(TextOrEmpty(b)), -1, false);
+    return CompareUnits(a, ViewOf(b), false);
 }
 
-bool Equal(const UniStr& a, const UniStr& b)
+bool Equal(const UniStr& a, std::wstring_view right)
 {
     const std::wstring_view left = a;
-    const std::wstring_view right = b;
     return left.size() == right.size() &&
            std::memcmp(left.data(), right.data(), left.size() * sizeof(wchar_t)) == 0;
 }
@@ -50,14 +54,12 @@ bool Equal(const UniStr& a, const UniStr& b)
 int UniStr::CompareToString(const wchar_t* s, uint32_t n, bool caseSensitive,
                             bool codeUnitOrder) const noexcept
 {
-    const UChar* const left = IcuUnits(buffer_);
-    const UChar* const right = IcuUnits(TextOrEmpty(s));
-    const int32_t leftLength = static_cast<int32_t>(Size());
-    const int32_t rightLength = n != 0 ? static_cast<int32_t>(n) : -1;
-    if (caseSensitive) return u_strCompare(left, leftLength, right, rightLength, !codeUnitOrder);
+    const std::wstring_view other = n != 0 ? std::wstring_view(s, n) : ViewOf(s);
+    if (caseSensitive) return CompareUnits(*this, other, !codeUnitOrder);
     UErrorCode status = U_ZERO_ERROR;
     const uint32_t options = codeUnitOrder ? U_FOLD_CASE_DEFAULT : U_COMPARE_CODE_POINT_ORDER;
-    return u_strCaseCompare(left, leftLength, right, rightLength, options, &status);
+    return u_strCaseCompare(IcuUnits(buffer_), static_cast<int32_t>(Size()), IcuUnits(other.data()),
+                            static_cast<int32_t>(other.size()), options, &status);
 }
 
 int UniStr::Compare(const UniStr& other, bool caseSensitive, bool codeUnitOrder) const noexcept

@@ -5,6 +5,8 @@
 
 #include <vorn/exceptions.hpp>
 
+#include "text/terminated.h"
+
 #include <cstdint>
 #include <cstring>
 #include <memory>
@@ -38,9 +40,7 @@ constexpr uint64_t FreshCapacity(uint64_t length)
 inline uint32_t UnitLength(const wchar_t* s)
 {
     if (s == nullptr) return 0;
-    const wchar_t* end = s;
-    while (*end != 0) ++end;
-    const uint64_t length = static_cast<uint64_t>(end - s);
+    const size_t length = TerminatedLength(s);
     if (length > kLargestCapacity) throw LengthError();
     return static_cast<uint32_t>(length);
 }

@@ -2,6 +2,7 @@
 #include "text/unistr_support.h"
 
 #include <string>
+#include <unicode/ustring.h>
 #include <vector>
 
 using namespace unistr_test;
@@ -365,4 +366,53 @@ TEST(UniStrCase, AStringWithASmallBufferGrowsOnByTheSameRules)
     text += L'x';
     EXPECT_EQ(text.Capacity(), 47u);
     EXPECT_TEXT(text, u"AB0123456789abcx");
+}
+
+TEST(UniStrCompare, IsIcusOwnWhereverTheFirstDifferenceLies)
+{
+    const char16_t units[] = {u'a', 0xD83D, 0xDE00, 0xDE01, 0xE000};
+    for (uint32_t common = 0; common <= 20; ++common) {
+        for (const char16_t last : {u'a', char16_t{0xD83D}}) {
+            std::u16string prefix(common, u'p');
+            if (common != 0) prefix.back() = last;
+            for (const char16_t first : units) {
+                for (const char16_t second : units) {
+                    for (const char16_t after : {u'x', char16_t{0xDC00}}) {
+                        const std::u16string a = prefix + first + after;
+                        const std::u16string b = prefix + second;
+                        for (const bool byCodePoints : {false, true}) {
+                            const int expected =
+                                u_strCompare(a.data(), static_cast<int32_t>(a.size()), b.data(),
+                                             static_cast<int32_t>(b.size()), byCodePoints);
+                            ASSERT_EQ(Str(a).Compare(Str(b), true, !byCodePoints), expected);
+                            ASSERT_EQ(Str(a).Compare(Wide(b.c_str()), true, !byCodePoints), expected);
+                        }
+                    }
+                }
+            }
+        }
+    }
+}
+
+TEST(UniStrFind, IsIcusOwnForTextsOfHalvesOfPairs)
+{
+    const char16_t units[] = {u'a', u'b', 0xD83D, 0xDE00};
+    uint32_t number = 1;
+    const auto next = [&number, &units] {
+        number = number * 1664525 + 1013904223;
+        return units[number >> 30];
+    };
+    for (int round = 0; round < 20000; ++round) {
+        std::u16string text;
+        std::u16string part;
+        for (int n = round % 37; n != 0; --n) text.push_back(next());
+        for (int n = round % 4; n != 0; --n) part.push_back(next());
+        const int32_t length = static_cast<int32_t>(text.size());
+        const int32_t partLength = static_cast<int32_t>(part.size());
+        const UChar* const first = u_strFindFirst(text.data(), length, part.data(), partLength);
+        const UChar* const last = u_strFindLast(text.data(), length, part.data(), partLength);
+        ASSERT_EQ(Str(text).Find(Str(part)), first == nullptr ? kNpos : first - text.data());
+        ASSERT_EQ(Str(text).Find(Wide(part.c_str()), 0), first == nullptr ? kNpos : first - text.data());
+        ASSERT_EQ(Str(text).RFind(Str(part)), last == nullptr ? kNpos : last - text.data());
+    }
 }
