@@ -292,7 +292,8 @@ VORN_API VornFileType VornFileGetType(const wchar_t* name);
  * offset: where the view starts in bytes; a multiple of the system's allocation granularity (64 KiB).
  * length: the view's bytes; 0 means all of the file from `offset` on, and is invalid without a file.
  * name: null, or without a file the name of the paging memory: memory that exists under that name is joined,
- * by other processes too, otherwise it is created with `offset` 0 and `length` bytes in mind.
+ * by other processes too; otherwise it is created with `length` bytes (an `offset` above 0 then asks for a
+ * view that ends behind it).
  * address: where the view is wanted, or null for anywhere.
  *
  * Last error: VORN_OK; VORN_E_INVALID_ARG file and name both given, neither a file nor a length, unknown

@@ -32,6 +32,11 @@ BOOL WINAPI FaultOnWrite(HANDLE, LPCVOID, DWORD, LPDWORD, LPOVERLAPPED)
     *nowhere = 1;
     return TRUE;
 }
+BOOL WINAPI EndThreadOnRead(HANDLE, LPVOID, DWORD, LPDWORD, LPOVERLAPPED)
+{
+    VornThreadExit(reinterpret_cast<void*>(55));
+    return TRUE;
+}
 BOOL WINAPI ThrowOnRead(HANDLE, LPVOID, DWORD, LPDWORD, LPOVERLAPPED)
 {
     throw 42;
@@ -157,6 +162,26 @@ TEST_F(FileRead, LetsAnExceptionOfTheProgramPass)
         EXPECT_THROW(VornFileRead(file, &byte, 1, &read), int);
     }
     EXPECT_EQ(VornFileRead(file, &byte, 1, &read), VORN_OK);
+    EXPECT_EQ(VornFileClose(file), VORN_OK);
+}
+
+TEST_F(FileRead, LetsTheEndOfAThreadPass)
+{
+    VornFile* file = OpenWith(L"file", "text");
+    const auto body = [](void* argument) -> void* {
+        char byte = 0;
+        uint32_t read = 0;
+        VornFileRead(static_cast<VornFile*>(argument), &byte, 1, &read);
+        return nullptr;
+    };
+    void* result = nullptr;
+    {
+        ImportRedirect redirect("ReadFile", &EndThreadOnRead);
+        VornThread* thread = nullptr;
+        ASSERT_EQ(VornThreadCreate(&thread, nullptr, body, file), VORN_OK);
+        EXPECT_EQ(VornThreadJoin(thread, &result), VORN_OK);
+    }
+    EXPECT_EQ(result, reinterpret_cast<void*>(55));
     EXPECT_EQ(VornFileClose(file), VORN_OK);
 }
 
