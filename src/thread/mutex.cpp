@@ -4,6 +4,7 @@
 #include "thread/mutex_record.h"
 #include "thread/static_init_lock.h"
 #include "thread/thread_lifecycle.h"
+#include "thread/thread_record.h"
 
 using namespace vorn::detail;
 
@@ -91,34 +92,66 @@ bool TakeFree(VornMutex* mutex, int32_t* found) noexcept
     return mutex->lockWord.compare_exchange_strong(*found, kHeld);
 }
 
-VornStatus ReleaseWord(VornMutex* mutex) noexcept
+[[gnu::noinline]] VornStatus WakeSleeper(VornMutex* mutex) noexcept
 {
-    if (mutex->lockWord.exchange(kFree) >= 0) return VORN_OK;
     return SetEvent(mutex->wakeEvent) ? VORN_OK : VORN_E_SYSTEM;
 }
 
-VornStatus LockOwned(VornMutex* mutex) noexcept
+inline VornStatus ReleaseWord(VornMutex* mutex) noexcept
 {
-    VornThread* const self = VornThreadSelf();
-    // Null is nobody's identity: two threads with it could not be told apart.
-    if (self == nullptr) return VORN_E_NO_MEMORY;
-    const bool recursive = mutex->kind == VORN_MUTEX_RECURSIVE;
-    int32_t found;
-    // The word is compared first, not just exchanged, so that a second lock by the holder leaves the
-    // sleepers' mark in place.
-    if (!TakeFree(mutex, &found)) {
-        if (recursive && mutex->owner.load(std::memory_order_relaxed) == self) {
+    const int32_t before = mutex->lockWord.exchange(kFree);
+    return __builtin_expect(before >= 0, true) ? VORN_OK : WakeSleeper(mutex);
+}
+
+// Writes down who has taken the word. The caller has.
+inline void NoteHolder(VornMutex* mutex, VornThread* self) noexcept
+{
+    if (mutex->kind == VORN_MUTEX_RECURSIVE) {
+        mutex->recursionCount = 1;
+    } else {
+        mutex->holder.store(self, std::memory_order_relaxed);
+    }
+    mutex->owner.store(self, std::memory_order_relaxed);
+}
+
+// Locks a recursive or error-checking mutex whose word is not free.
+[[gnu::noinline]] VornStatus LockOwnedContended(VornMutex* mutex, VornThread* self) noexcept
+{
+    if (mutex->kind == VORN_MUTEX_RECURSIVE) {
+        if (mutex->owner.load(std::memory_order_relaxed) == self) {
             ++mutex->recursionCount;
             return VORN_OK;
         }
-        if (!recursive && mutex->holder.load(std::memory_order_relaxed) == self) return VORN_E_DEADLOCK;
-        const VornStatus status = LockContended(mutex, kHeld);
-        if (status != VORN_OK) return status;
+    } else if (mutex->holder.load(std::memory_order_relaxed) == self) {
+        return VORN_E_DEADLOCK;
     }
-    mutex->recursionCount = recursive ? 1 : 0;
-    mutex->owner.store(self, std::memory_order_relaxed);
-    mutex->holder.store(self, std::memory_order_relaxed);
+    const VornStatus status = LockContended(mutex, kHeld);
+    if (status == VORN_OK) NoteHolder(mutex, self);
+    return status;
+}
+
+VornStatus LockOwnedBy(VornMutex* mutex, VornThread* self) noexcept
+{
+    // The word is compared, not just exchanged, so that a second lock by the holder leaves the sleepers'
+    // mark in place.
+    int32_t found;
+    if (__builtin_expect(!TakeFree(mutex, &found), false)) return LockOwnedContended(mutex, self);
+    NoteHolder(mutex, self);
     return VORN_OK;
+}
+
+// Locks on behalf of a thread that has no record yet.
+[[gnu::noinline]] VornStatus AdoptAndLockOwned(VornMutex* mutex) noexcept
+{
+    VornThread* const self = VornThreadSelf();
+    // Null is nobody's identity: two threads with it could not be told apart.
+    return self == nullptr ? VORN_E_NO_MEMORY : LockOwnedBy(mutex, self);
+}
+
+[[gnu::noinline]] VornStatus LockOwned(VornMutex* mutex) noexcept
+{
+    VornThread* const self = CurrentThread();
+    return __builtin_expect(self != nullptr, true) ? LockOwnedBy(mutex, self) : AdoptAndLockOwned(mutex);
 }
 
 VornStatus TryLockCreated(VornMutex* mutex) noexcept
@@ -136,25 +169,32 @@ VornStatus TryLockCreated(VornMutex* mutex) noexcept
         ++mutex->recursionCount;
         return VORN_OK;
     }
-    if (self != nullptr) {
-        mutex->recursionCount = mutex->kind == VORN_MUTEX_RECURSIVE ? 1 : 0;
-        mutex->owner.store(self, std::memory_order_relaxed);
-        mutex->holder.store(self, std::memory_order_relaxed);
-    }
+    if (self != nullptr) NoteHolder(mutex, self);
     return VORN_OK;
 }
 
-VornStatus UnlockOwned(VornMutex* mutex) noexcept
+[[gnu::noinline]] VornStatus UnlockOwned(VornMutex* mutex) noexcept
 {
-    VornThread* const self = VornThreadSelf();
-    if (self == nullptr || mutex->holder.load(std::memory_order_relaxed) != self) return VORN_E_NOT_PERMITTED;
+    VornThread* const self = CurrentThread();
     if (mutex->kind == VORN_MUTEX_RECURSIVE) {
+        if (self == nullptr || mutex->owner.load(std::memory_order_relaxed) != self)
+            return VORN_E_NOT_PERMITTED;
         if (--mutex->recursionCount != 0) return VORN_OK;
         mutex->owner.store(nullptr, std::memory_order_relaxed);
+    } else {
+        if (self == nullptr || mutex->holder.load(std::memory_order_relaxed) != self)
+            return VORN_E_NOT_PERMITTED;
+        // Deliberate: an error-checking mutex keeps its last owner in `owner`.
+        mutex->holder.store(nullptr, std::memory_order_relaxed);
     }
-    // Deliberate: an error-checking mutex keeps its last owner in `owner`.
-    mutex->holder.store(nullptr, std::memory_order_relaxed);
     return ReleaseWord(mutex);
+}
+
+[[gnu::noinline]] VornStatus CreateAndLock(VornMutex** mutex) noexcept
+{
+    const VornStatus status = CreateOnFirstUse(mutex);
+    // Another thread may have destroyed it again, so everything is looked at anew.
+    return status == VORN_OK ? VornMutexLock(mutex) : status;
 }
 
 VornStatus DestroyInitializer(VornMutex** mutex) noexcept
@@ -179,15 +219,13 @@ extern "C" VornStatus VornMutexCreate(VornMutex** mutex, const VornMutexAttr* at
     return status;
 }
 
+// The way of a lock that needs no creation, no owner and no waiting is straight and saves no register: stores
+// before the exchange would have to be finished first. Everything else is called from its end.
 extern "C" VornStatus VornMutexLock(VornMutex** mutex)
 {
     if (mutex == nullptr) return VORN_E_INVALID_ARG;
-    VornMutex* created = LoadHandle(mutex);
-    if (__builtin_expect(IsInitializerOrNull(created), false)) {
-        const VornStatus status = CreateOnFirstUse(mutex);
-        if (status != VORN_OK) return status;
-        created = LoadHandle(mutex);
-    }
+    VornMutex* const created = LoadHandle(mutex);
+    if (__builtin_expect(IsInitializerOrNull(created), false)) return CreateAndLock(mutex);
     if (__builtin_expect(created->kind != VORN_MUTEX_NORMAL, false)) return LockOwned(created);
     const int32_t found = created->lockWord.exchange(kHeld);
     return __builtin_expect(found == kFree, true) ? VORN_OK : LockContended(created, found);
