@@ -83,16 +83,19 @@ BENCHMARK(BM_MutexLock_vorn_against<NormalLock, std::mutex>)->Name("BM_MutexLock
 BENCHMARK(BM_MutexLock_vorn_against<RecursiveLock, std::recursive_mutex>)
     ->Name("BM_MutexRecursive_vorn_StdRecursiveMutex");
 
-// Four threads, each with a short section and some work outside it.
+// Four threads, each with a short section and some work outside it; long enough for their creation not to
+// count.
+constexpr int kThreads = 4;
+constexpr int kContendedOperations = 400000;
+
 template <class Lock>
 void Contend(Lock& lock)
 {
-    constexpr int kThreads = 4;
     static int64_t shared;
     std::vector<std::thread> threads;
     for (int t = 0; t < kThreads; ++t) {
         threads.emplace_back([&lock] {
-            for (int i = 0; i < kOperations / kThreads; ++i) {
+            for (int i = 0; i < kContendedOperations / kThreads; ++i) {
                 lock.lock();
                 for (int k = 0; k < 10; ++k) benchmark::DoNotOptimize(shared += k);
                 lock.unlock();
@@ -108,7 +111,7 @@ void BM_MutexContended4_vorn_CriticalSection(benchmark::State& state)
     NormalLock ours;
     CriticalSection peer;
     vorn_bench::Paired(
-        state, kOperations, [&] { Contend(ours); }, [&] { Contend(peer); });
+        state, kContendedOperations, [&] { Contend(ours); }, [&] { Contend(peer); });
 }
 BENCHMARK(BM_MutexContended4_vorn_CriticalSection)->UseRealTime();
 

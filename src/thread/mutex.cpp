@@ -14,6 +14,9 @@ constexpr VornMutexAttr kDefaultAttr = {VORN_MUTEX_NORMAL, 0};
 constexpr VornMutexAttr kRecursiveAttr = {VORN_MUTEX_RECURSIVE, 0};
 constexpr VornMutexAttr kErrorCheckAttr = {VORN_MUTEX_ERRORCHECK, 0};
 
+// After that it offers its processor a few times, which helps where the holder is waiting for one.
+constexpr int kYields = 8;
+
 // How often a contender looks at the word before it sleeps: a short section ends sooner than a kernel wait
 // begins. On a single processor the holder cannot run meanwhile.
 int SpinLimit() noexcept
@@ -70,8 +73,13 @@ VornStatus MakeMutex(VornMutex** out, const VornMutexAttr& attr) noexcept
     // take the word only as contended.
     const bool marked = found == kContended;
     if (marked && word.exchange(kContended) == kFree) return VORN_OK;
-    for (int spins = SpinLimit(); spins > 0; --spins) {
-        YieldProcessor();
+    const int spins = SpinLimit();
+    for (int round = 0; round < spins + kYields; ++round) {
+        if (round < spins) {
+            YieldProcessor();
+        } else {
+            SwitchToThread();
+        }
         if (word.load(std::memory_order_relaxed) != kFree) continue;
         int32_t expected = kFree;
         if (marked ? word.exchange(kContended) == kFree : word.compare_exchange_strong(expected, kHeld)) {
