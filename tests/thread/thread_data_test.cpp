@@ -329,7 +329,7 @@ TEST(ThreadKeyDelete, WorksWithoutItsLock)
 TEST(ThreadKeyDelete, RacesWithEndingThreads)
 {
     VornThreadSelf();
-    for (int round = 0; round < 60; ++round) {
+    for (int round = 0; round < 40; ++round) {
         VornThreadKey* key = nullptr;
         ASSERT_EQ(VornThreadKeyCreate(&key, &CountDestructor), VORN_OK);
         std::atomic<int> stored{0};
@@ -337,7 +337,7 @@ TEST(ThreadKeyDelete, RacesWithEndingThreads)
         const auto body = [&] {
             VornThreadSetSpecific(key, &someValue);
             ++stored;
-            while (!go) YieldProcessor();
+            while (!go) SwitchToThread();
         };
         LibraryThread a(body);
         LibraryThread b(body);
