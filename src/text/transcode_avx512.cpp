@@ -440,7 +440,7 @@ Converted Utf16ToUtf32(const wchar_t* src, size_t length, uint32_t* dst, size_t 
         size_t inFirst = count < 16 ? count : 16;
         if (block.pairHighs != 0) {
             const __m512i next = _mm512_permutexvar_epi16(_mm512_load_si512(&kNext), block.units);
-            const auto join = [&next](__m512i units, __mmask16 highs, __m256i lows) {
+            const auto join = [&](__m512i units, __mmask16 highs, __m256i lows) {
                 const __m512i pair =
                     _mm512_add_epi32(_mm512_slli_epi32(units, 10), _mm512_cvtepu16_epi32(lows));
                 return _mm512_mask_sub_epi32(units, highs, pair, Dword(0x35FDC00));

@@ -19,6 +19,11 @@ private:
     // Sets this small are compared with eight units at once; larger ones go through the bit table.
     static constexpr size_t kMostVectors = 8;
 
+    struct BitTable {
+        uint64_t bits_[4];  // by the unit's low byte
+        bool isLatin1_;     // all units are below 0x100, so the table alone decides
+    };
+
     bool Contains(wchar_t c) const noexcept;
     __m128i Members(__m128i units) const noexcept;
 
@@ -26,10 +31,7 @@ private:
     size_t size_;
     union {
         __m128i vectors_[kMostVectors];
-        struct {
-            uint64_t bits_[4];  // by the unit's low byte
-            bool isLatin1_;     // all units are below 0x100, so the table alone decides
-        } table_;
+        BitTable table_;
     };
 };
 
