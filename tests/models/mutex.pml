@@ -55,6 +55,36 @@ inline SleepUntilFree(old)
     od
 }
 
+/* The word was found as `old`, not free. Looks at it a bounded number of times before it sleeps; one look stands
+ * for all of them. An exchange that replaced the mark of sleepers puts it back first, and from then on the thread
+ * takes the word only as contended. */
+inline LockContended(old)
+{
+#ifdef HOLE_SPINS_UNMARKED
+    marked = false;
+#else
+    marked = (old == CONTENDED);
+#endif
+    taken = false;
+    if
+    :: marked -> Exchange(CONTENDED, old); taken = (old == FREE)
+    :: else
+    fi;
+    if
+    :: !taken && word == FREE ->
+        if
+        :: marked -> Exchange(CONTENDED, old)
+        :: !marked -> CompareExchange(old)
+        fi;
+        taken = (old == FREE)
+    :: true
+    fi;
+    if
+    :: !taken -> SleepUntilFree(old)
+    :: else
+    fi
+}
+
 inline Acquired(me)
 {
     d_step { holding++; assert(holding == 1) };
@@ -87,6 +117,8 @@ proctype Thread(byte me)
 {
     byte round = 0;
     byte old;
+    bool marked;
+    bool taken;
 
     do
     :: round < ROUNDS ->
@@ -97,7 +129,7 @@ proctype Thread(byte me)
             Exchange(HELD, old);
             if
             :: old == FREE
-            :: else -> SleepUntilFree(old)
+            :: else -> LockContended(old)
             fi
 #elif KIND == 1
             CompareExchange(old);
@@ -105,7 +137,8 @@ proctype Thread(byte me)
             :: old == FREE
             :: else ->
                 assert(owner != me);
-                SleepUntilFree(old)
+                old = HELD; /* it was compared only: no mark was replaced */
+                LockContended(old)
             fi
 #else
 #ifdef HOLE_WIPES_MARK
@@ -121,7 +154,8 @@ proctype Thread(byte me)
 #else
                 assert(holder != me);
 #endif
-                SleepUntilFree(old)
+                old = HELD;
+                LockContended(old)
             fi
 #endif
         :: /* Try. */

@@ -60,6 +60,7 @@ expect clean rwlock -DREADERS=2 -DWRITERS=1 -DROUNDS=3 -DFOLD=2
 
 echo "Searches that must find the mistake that was put back:"
 expect violation mutex -DKIND=0 -DHOLE_NO_SIGNAL
+expect violation mutex -DKIND=0 -DHOLE_SPINS_UNMARKED
 expect violation mutex -DKIND=2 -DHOLE_WIPES_MARK
 expect violation mutex -DKIND=2 -DHOLE_STALE_OWNER
 expect violation once -DHOLE_NO_EVENT_NO_WAIT
