@@ -230,6 +230,53 @@ TEST_F(FileClass, AFileClosedBehindItsBackIsNotClosedTwice)
     EXPECT_EQ(LoadBytes(Path(L"f")), "again");
 }
 
+namespace {
+
+// The lock over all mapped regions is the third that closing a file with a region takes, and mapping too:
+// both look the file up in its registry before.
+int locksUntilThrow;
+
+void LockOrThrow(void* mutex)
+{
+    if (--locksUntilThrow == 0) throw vorn::LockError("Mutex lock failed.");
+    VornMutexLock(reinterpret_cast<VornMutex**>(static_cast<char*>(mutex) + sizeof(void*)));
+}
+
+}  // namespace
+
+TEST_F(FileClass, AFailingLockPassesOutOfMappingAndUnmapping)
+{
+    const auto file = Make("mapped");
+    void* view = file->MapRegion(0, 0, nullptr);
+    ASSERT_NE(view, nullptr);
+    {
+        PatchedFunction lock(L"vorn_1_0.dll", "_ZN4vorn5Mutex4LockEv", &LockOrThrow);
+        ASSERT_TRUE(lock.Found());
+        locksUntilThrow = 3;
+        EXPECT_THROW(file->MapRegion(0, 0, nullptr), vorn::LockError);
+        locksUntilThrow = 1;
+        EXPECT_THROW(file->UnmapRegion(view), vorn::LockError);
+    }
+    EXPECT_EQ(file->UnmapRegion(view), 0u);
+}
+
+TEST_F(FileClass, TheDestructorSwallowsAFailingLock)
+{
+    auto file = Make("mapped");
+    void* native = nullptr;
+    ASSERT_EQ(file->GetNativeHandle(&native), 0u);
+    void* view = file->MapRegion(0, 0, nullptr);
+    ASSERT_NE(view, nullptr);
+    {
+        PatchedFunction lock(L"vorn_1_0.dll", "_ZN4vorn5Mutex4LockEv", &LockOrThrow);
+        locksUntilThrow = 2;
+        EXPECT_NO_THROW(file.reset());
+        EXPECT_LE(locksUntilThrow, 0) << "the lock did fail";
+    }
+    EXPECT_EQ(VornFileUnmapRegion(view), VORN_OK);
+    CloseHandle(native);  // the library's handle on it is out of reach
+}
+
 TEST_F(FileClass, EachAllocationThatFailsLeaksNothing)
 {
     StoreBytes(Path(L"f"), "x");

@@ -542,7 +542,7 @@ TEST_F(FileFind, AgreesWithAnIndependentListingOverRandomTrees)
         compared += found.size();
         // And removed without a trace.
         EXPECT_EQ(VornFileRemoveDir(root.c_str(), 1, 1, 0), VORN_OK);
-        EXPECT_FALSE(Exists(root));
+        EXPECT_FALSE(IsThere(root));
     }
     EXPECT_EQ(compared, 360u);
 }

@@ -523,6 +523,10 @@ VornStatus SearchWithout(const char* entry, DWORD error)
 VORN_CHILD(SearchStreamsWithoutEntryPoints)
 {
     if (VornInitialize() != VORN_OK) return 1;
+    {
+        FailingCall fail({"GetModuleHandleW", 0, ERROR_ACCESS_DENIED});
+        if (SearchWithout("none", 0) != VORN_E_NOT_PERMITTED || fail.Failures() != 1) return 7;
+    }
     if (SearchWithout("BackupRead", ERROR_PROC_NOT_FOUND) != VORN_E_UNKNOWN) return 2;
     if (SearchWithout("BackupRead", ERROR_ACCESS_DENIED) != VORN_E_NOT_PERMITTED) return 3;
     if (SearchWithout("BackupSeek", ERROR_PROC_NOT_FOUND) != VORN_E_UNKNOWN) return 4;

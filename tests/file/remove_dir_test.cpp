@@ -71,7 +71,7 @@ TEST_F(FileRemoveDir, RemovesAnEmptyDirectoryWithAnyFlags)
     for (const int flags : {0, 1, 2, 3}) {
         const std::wstring empty = dir.MakeDir(L"empty");
         EXPECT_EQ(VornFileRemoveDir(empty.c_str(), flags & 1, (flags & 2) != 0, 0), VORN_OK) << flags;
-        EXPECT_FALSE(Exists(empty));
+        EXPECT_FALSE(IsThere(empty));
     }
 }
 
@@ -87,14 +87,14 @@ TEST_F(FileRemoveDir, WithBothFlagsRemovesTheWholeTree)
 {
     Fill();
     EXPECT_EQ(VornFileRemoveDir(root.c_str(), 1, 1, 0), VORN_OK);
-    EXPECT_FALSE(Exists(root));
+    EXPECT_FALSE(IsThere(root));
 }
 
 TEST_F(FileRemoveDir, AnyValueButZeroIsTrue)
 {
     Fill();
     EXPECT_EQ(VornFileRemoveDir(root.c_str(), -5, 0x80000000u, 0), VORN_OK);
-    EXPECT_FALSE(Exists(root));
+    EXPECT_FALSE(IsThere(root));
 }
 
 TEST_F(FileRemoveDir, WithoutRecursionASubdirectoryStopsTheCall)
@@ -131,7 +131,7 @@ TEST_F(FileRemoveDir, WithoutDeletionAFileStopsTheCall)
 {
     dir.MakeDir(L"root\\empty\\deeper");
     EXPECT_EQ(VornFileRemoveDir(root.c_str(), 1, 0, 0), VORN_OK) << "directories alone";
-    EXPECT_FALSE(Exists(root));
+    EXPECT_FALSE(IsThere(root));
     dir.MakeDir(L"root");
     dir.MakeDir(L"root\\d");
     dir.MakeFile(L"root\\d\\file");
@@ -143,7 +143,7 @@ TEST_F(FileRemoveDir, DeletesTheFilesOfAFlatDirectoryWithoutRecursion)
 {
     for (int i = 0; i < 40; ++i) dir.MakeFile(L"root\\f" + std::to_wstring(i));
     EXPECT_EQ(VornFileRemoveDir(root.c_str(), 0, 1, 0), VORN_OK);
-    EXPECT_FALSE(Exists(root));
+    EXPECT_FALSE(IsThere(root));
 }
 
 TEST_F(FileRemoveDir, AReadOnlyFileIsNotPermittedUnlessItsAttributeIsCleared)
@@ -155,7 +155,7 @@ TEST_F(FileRemoveDir, AReadOnlyFileIsNotPermittedUnlessItsAttributeIsCleared)
     EXPECT_EQ(Left(), (Names{L"locked"}));
     EXPECT_NE(GetFileAttributesW((root + L"\\locked").c_str()) & FILE_ATTRIBUTE_READONLY, 0u);
     EXPECT_EQ(VornFileRemoveDir(root.c_str(), 0, 1, 1), VORN_OK);
-    EXPECT_FALSE(Exists(root));
+    EXPECT_FALSE(IsThere(root));
 }
 
 TEST_F(FileRemoveDir, ClearsTheAttributeInSubdirectoriesToo)
@@ -164,7 +164,7 @@ TEST_F(FileRemoveDir, ClearsTheAttributeInSubdirectoriesToo)
     dir.MakeFile(L"root\\d\\locked");
     MakeReadOnly(L"d\\locked");
     EXPECT_EQ(VornFileRemoveDir(root.c_str(), 1, 1, 1), VORN_OK);
-    EXPECT_FALSE(Exists(root));
+    EXPECT_FALSE(IsThere(root));
 }
 
 TEST_F(FileRemoveDir, ClearsNothingButTheReadOnlyAttribute)
@@ -242,14 +242,14 @@ TEST_F(FileRemoveDir, AFileIsNeverRemoved)
     const std::wstring file = dir.MakeFile(L"file");
     EXPECT_EQ(VornFileRemoveDir(file.c_str(), 0, 0, 0), VORN_E_UNKNOWN);
     EXPECT_EQ(VornFileRemoveDir(file.c_str(), 1, 1, 1), VORN_E_UNKNOWN);
-    EXPECT_TRUE(Exists(file));
+    EXPECT_TRUE(IsThere(file));
 }
 
 TEST_F(FileRemoveDir, TakesAPathWithATrailingBackslash)
 {
     Fill();
     EXPECT_EQ(VornFileRemoveDir((root + L"\\").c_str(), 1, 1, 0), VORN_OK);
-    EXPECT_FALSE(Exists(root));
+    EXPECT_FALSE(IsThere(root));
 }
 
 TEST_F(FileRemoveDir, TakesARelativePath)
@@ -257,7 +257,7 @@ TEST_F(FileRemoveDir, TakesARelativePath)
     Fill();
     CurrentDirScope current(dir.Path());
     EXPECT_EQ(VornFileRemoveDir(L"root", 1, 1, 0), VORN_OK);
-    EXPECT_FALSE(Exists(root));
+    EXPECT_FALSE(IsThere(root));
 }
 
 TEST_F(FileRemoveDir, RemovesNamesOf255UnitsOnManyLevelsWithTheLongPathPrefix)
@@ -271,7 +271,7 @@ TEST_F(FileRemoveDir, RemovesNamesOf255UnitsOnManyLevelsWithTheLongPathPrefix)
     ASSERT_NE(file, INVALID_HANDLE_VALUE);
     CloseHandle(file);
     EXPECT_EQ(VornFileRemoveDir((L"\\\\?\\" + root).c_str(), 1, 1, 0), VORN_OK);
-    EXPECT_FALSE(Exists(root));
+    EXPECT_FALSE(IsThere(root));
 }
 
 namespace {
@@ -301,7 +301,7 @@ TEST_F(FileRemoveDir, ADeepTreeNeedsNoDeepStack)
     GetExitCodeThread(thread, &status);
     CloseHandle(thread);
     EXPECT_EQ(status, VORN_OK);
-    EXPECT_FALSE(Exists(root));
+    EXPECT_FALSE(IsThere(root));
 }
 
 TEST_F(FileRemoveDir, EachAllocationThatFailsIsReportedAndLeaksNothing)
@@ -315,7 +315,7 @@ TEST_F(FileRemoveDir, EachAllocationThatFailsIsReportedAndLeaksNothing)
             CreateDirectoryW(deep.c_str(), nullptr);
         }
         const VornStatus status = VornFileRemoveDir((L"\\\\?\\" + root).c_str(), 1, 1, 0);
-        EXPECT_EQ(Exists(root), status != VORN_OK);
+        EXPECT_EQ(IsThere(root), status != VORN_OK);
         EXPECT_TRUE(status == VORN_OK || status == VORN_E_NO_MEMORY) << status;
     });
     EXPECT_GE(failures, 2) << "the path and its growth";
@@ -337,7 +337,7 @@ TEST_F(FileRemoveDir, EachSystemCallThatFailsLeaksNothingAndNeverLoops)
             Fill();
             MakeReadOnly(L"full\\c");
             const VornStatus status = VornFileRemoveDir(root.c_str(), 1, 1, 1);
-            EXPECT_EQ(Exists(root), status != VORN_OK) << point.import;
+            EXPECT_EQ(IsThere(root), status != VORN_OK) << point.import;
         });
         EXPECT_GE(failures, 1) << point.import;
     }
@@ -364,9 +364,9 @@ TEST_F(FileRemoveDir, RandomTreesVanishWithNothingElse)
             }
         }
         ASSERT_EQ(VornFileRemoveDir(root.c_str(), 1, 1, 1), VORN_OK);
-        ASSERT_FALSE(Exists(root));
+        ASSERT_FALSE(IsThere(root));
     }
-    EXPECT_TRUE(Exists(dir / L"beside"));
+    EXPECT_TRUE(IsThere(dir / L"beside"));
 }
 
 namespace {
@@ -432,12 +432,12 @@ constexpr DWORD kCloudTag = 0x9000001A;  // a directory of which a part lies in 
 // name, or null.
 const char* MakeDirectoryLink(const std::wstring& link, const std::wstring& target)
 {
-    if (CreateSymbolicLinkW(link.c_str(), target.c_str(), SYMBOLIC_LINK_FLAG_DIRECTORY) && Exists(link)) {
+    if (CreateSymbolicLinkW(link.c_str(), target.c_str(), SYMBOLIC_LINK_FLAG_DIRECTORY) && IsThere(link)) {
         return "symbolic link";
     }
     const std::wstring directory(link, 0, link.rfind(L'\\'));
     const std::wstring name(link, directory.size() + 1);
-    if (RunOnHost(directory, L"ln -s '" + HostPath(target) + L"' " + name) && Exists(link)) {
+    if (RunOnHost(directory, L"ln -s '" + HostPath(target) + L"' " + name) && IsThere(link)) {
         return "symbolic link of the host";
     }
     return nullptr;
@@ -465,7 +465,7 @@ TEST_F(FileRemoveDir, ALinkInTheTreeIsRemovedItself)
     const FakeLinks links(IO_REPARSE_TAG_MOUNT_POINT);
     EXPECT_EQ(VornFileRemoveDir(root.c_str(), 1, 1, 0), VORN_OK);
     EXPECT_EQ(FakeLinks::searchesInside, 0);
-    EXPECT_FALSE(Exists(root));
+    EXPECT_FALSE(IsThere(root));
 }
 
 TEST_F(FileRemoveDir, ALinkCountsAsASubdirectory)
@@ -483,7 +483,7 @@ TEST_F(FileRemoveDir, APathThatIsALinkIsNotEmptied)
     const FakeLinks links(IO_REPARSE_TAG_SYMLINK);
     for (const std::wstring& path : {link, link + L"\\"}) {
         EXPECT_EQ(VornFileRemoveDir(path.c_str(), 1, 1, 1), VORN_E_DIR_NOT_EMPTY);
-        EXPECT_TRUE(Exists(link + L"\\precious"));
+        EXPECT_TRUE(IsThere(link + L"\\precious"));
     }
     EXPECT_EQ(FakeLinks::searchesInside, 0);
 }
@@ -496,9 +496,9 @@ TEST_F(FileRemoveDir, AReparsePointThatIsNoLinkIsAnOrdinaryDirectory)
     dir.MakeFile(L"own link\\f");
     const FakeLinks links(kCloudTag);
     EXPECT_EQ(VornFileRemoveDir(root.c_str(), 1, 1, 0), VORN_OK);
-    EXPECT_FALSE(Exists(root));
+    EXPECT_FALSE(IsThere(root));
     EXPECT_EQ(VornFileRemoveDir((own + L"\\").c_str(), 1, 1, 0), VORN_OK);
-    EXPECT_FALSE(Exists(own));
+    EXPECT_FALSE(IsThere(own));
 }
 
 TEST_F(FileRemoveDir, WhatARealLinkPointsToIsNeverTouched)
@@ -512,9 +512,9 @@ TEST_F(FileRemoveDir, WhatARealLinkPointsToIsNeverTouched)
     const bool removable = MakeDirectoryLink(probe, target) == nullptr || RemoveDirectoryW(probe.c_str());
     std::printf("the system removes such a link: %s\n", removable ? "yes" : "no");
     EXPECT_EQ(VornFileRemoveDir(root.c_str(), 1, 1, 0), removable ? VORN_OK : VORN_E_DIR_NOT_EMPTY);
-    EXPECT_EQ(Exists(root), !removable);
+    EXPECT_EQ(IsThere(root), !removable);
     EXPECT_EQ(VornFileRemoveDir(probe.c_str(), 1, 1, 0), removable ? VORN_E_NOT_FOUND : VORN_E_DIR_NOT_EMPTY);
-    EXPECT_TRUE(Exists(target + L"\\precious"));
+    EXPECT_TRUE(IsThere(target + L"\\precious"));
     // Links that the system cannot remove are cleared away behind it, so that no clean-up follows them.
     RunOnHost(dir.Path(), L"rm -f probe root/alias");
 }

@@ -2,9 +2,7 @@
 #ifndef VORN_TESTS_FILE_SCRATCH_DIR_H
 #define VORN_TESTS_FILE_SCRATCH_DIR_H
 
-#include "core/win32.h"
-
-#include "support/child_process.h"
+#include "file/temp_folder.h"
 
 #include <filesystem>
 #include <fstream>
@@ -12,48 +10,23 @@
 
 namespace vorn_test {
 
-class ScratchDir {
+class ScratchDir : public TempFolder {
 public:
-    ScratchDir() : path_(std::filesystem::temp_directory_path() / UniqueName(L"vorn_scratch"))
-    {
-        std::filesystem::create_directories(path_);
-    }
-    ScratchDir(const ScratchDir&) = delete;
-    ScratchDir& operator=(const ScratchDir&) = delete;
-    ~ScratchDir()
-    {
-        std::error_code ignored;
-        for (const auto& entry : std::filesystem::recursive_directory_iterator(path_, ignored)) {
-            SetFileAttributesW(entry.path().c_str(), FILE_ATTRIBUTE_NORMAL);
-        }
-        std::filesystem::remove_all(path_, ignored);
-    }
-
-    // The directory without a trailing backslash.
-    std::wstring Path() const { return path_.native(); }
     // Something in it: L"a\\b".
-    std::wstring operator/(const std::wstring& name) const { return path_.native() + L"\\" + name; }
+    std::wstring operator/(const std::wstring& name) const { return Path(name); }
 
     std::wstring MakeDir(const std::wstring& name) const
     {
-        std::filesystem::create_directories(path_ / name);
-        return *this / name;
+        std::filesystem::create_directories(Path(name));
+        return Path(name);
     }
     std::wstring MakeFile(const std::wstring& name, size_t bytes = 0) const
     {
-        std::ofstream file(path_ / name, std::ios::binary);
+        std::ofstream file(std::filesystem::path(Path(name)), std::ios::binary);
         file << std::string(bytes, 'x');
-        return *this / name;
+        return Path(name);
     }
-
-private:
-    std::filesystem::path path_;
 };
-
-inline bool Exists(const std::wstring& path)
-{
-    return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
-}
 
 // Makes a directory current for a scope.
 class CurrentDirScope {
