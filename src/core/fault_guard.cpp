@@ -7,7 +7,7 @@
 // frame and continues behind the call, with kGuardedCallFaulted in rax.
 asm(R"(
     .text
-    .p2align 4
+    .p2align 6
     .globl VornGuardedCall
     .def VornGuardedCall; .scl 2; .type 32; .endef
     .seh_proc VornGuardedCall

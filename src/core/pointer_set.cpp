@@ -8,37 +8,11 @@ namespace {
 
 constexpr unsigned kSmallestLog = 4;
 
-// Multiplicative hashing: the high bits of the product depend on every bit of the value.
-constexpr uint64_t kMultiplier = 0x9E3779B97F4A7C15u;
-
-size_t Hash(uintptr_t value, unsigned shift) noexcept
-{
-    return static_cast<size_t>((value * kMultiplier) >> shift);
-}
-
 }  // namespace
 
 PointerSet::~PointerSet()
 {
     std::free(table_.load(std::memory_order_relaxed));
-}
-
-// The slot that holds the value, or the empty slot where it would go. The table is never full.
-size_t PointerSet::SlotOf(uintptr_t value) const noexcept
-{
-    const uintptr_t* table = table_.load(std::memory_order_relaxed);
-    const unsigned shift = shift_.load(std::memory_order_relaxed);
-    const size_t mask = (size_t{1} << (64 - shift)) - 1;
-    size_t slot = Hash(value, shift);
-    while (table[slot] != 0 && table[slot] != value) slot = (slot + 1) & mask;
-    return slot;
-}
-
-bool PointerSet::Contains(const void* value) const noexcept
-{
-    if (value == nullptr || size_ == 0) return false;
-    const uintptr_t word = reinterpret_cast<uintptr_t>(value);
-    return table_.load(std::memory_order_relaxed)[SlotOf(word)] == word;
 }
 
 bool PointerSet::Insert(const void* value) noexcept
@@ -85,14 +59,6 @@ const void* PointerSet::TakeAny() noexcept
     const void* const value = reinterpret_cast<const void*>(*table);
     Erase(value);
     return value;
-}
-
-void PointerSet::Prefetch(const void* value) const noexcept
-{
-    const unsigned shift = shift_.load(std::memory_order_relaxed);
-    if (shift >= 64) return;
-    const uintptr_t* table = table_.load(std::memory_order_relaxed);
-    __builtin_prefetch(table + Hash(reinterpret_cast<uintptr_t>(value), shift));
 }
 
 bool PointerSet::Grow() noexcept
