@@ -124,6 +124,53 @@ TEST(HeapDamage, TheCheckFindsEveryChangedByteOfLinksGuardsAndTreeFields)
     EXPECT_EQ(CheckHeap(heap.Area()).fault, HeapFault::kNone);
 }
 
+// Each of these passes every other rule of the check.
+TEST(HeapDamage, TheCheckFindsATreeThatIsNotOrderedBySize)
+{
+    TestArea heap(4096);
+    std::vector<uint64_t> blocks;
+    for (uint64_t size : {100, 50, 200, 50, 300, 50}) blocks.push_back(heap.Allocate(size));
+    ASSERT_EQ(heap.Allocate(4096 - 236 - 750 - 6 * 36 - 40), 200u);  // what is left, whole
+    for (size_t i : {2, 0, 4}) ASSERT_EQ(ReleaseBlock(heap.Area(), blocks[i]), VORN_OK);
+    const uint64_t root = Read64(heap.Bytes(), 64);
+    const uint64_t left = Read64(heap.Bytes(), root + 40);
+    const uint64_t right = Read64(heap.Bytes(), root + 48);
+    ASSERT_NE(left, 72u);
+    ASSERT_NE(right, 72u);
+    ASSERT_EQ(CheckHeap(heap.Area()).fault, HeapFault::kNone);
+    Write64(heap.Bytes(), root + 40, right);
+    Write64(heap.Bytes(), root + 48, left);
+    EXPECT_EQ(CheckHeap(heap.Area()).fault, HeapFault::kTreeOrder);
+    uint64_t sum = 0;
+    EXPECT_EQ(SumFreeTree(heap.Area(), &sum).fault, HeapFault::kTreeOrder);
+}
+
+TEST(HeapDamage, TheCheckFindsARedNodeUnderARedOneAndUnknownColours)
+{
+    SmallHeap heap;
+    const SeenHeap seen = heap.Look();
+    const uint64_t root = seen.root;
+    const uint64_t child = Read64(heap.Bytes(), root + 40);
+    ASSERT_NE(child, 72u);
+    const uint32_t rootColour = Read32(heap.Bytes(), root + 56);
+    Write32(heap.Bytes(), root + 56, 1);
+    Write32(heap.Bytes(), child + 56, 1);
+    EXPECT_EQ(CheckHeap(heap.Area()).fault, HeapFault::kTreeColour);
+    Write32(heap.Bytes(), root + 56, rootColour);
+    Write32(heap.Bytes(), child + 56, 2);
+    EXPECT_EQ(CheckHeap(heap.Area()).fault, HeapFault::kTreeColour);
+}
+
+TEST(HeapDamage, TheCheckFindsAFreeBlockThatTheTreeLacks)
+{
+    SmallHeap heap;
+    Write64(heap.Bytes(), 64, 72);
+    EXPECT_EQ(CheckHeap(heap.Area()).fault, HeapFault::kTreeIncomplete);
+    uint64_t sum = 1;
+    EXPECT_EQ(SumFreeTree(heap.Area(), &sum).fault, HeapFault::kNone);
+    EXPECT_EQ(sum, 0u);
+}
+
 TEST(HeapDamage, EverySingleByteChangeOfAHeapLeavesEveryOperationInBounds)
 {
     const SmallHeap original;
