@@ -144,6 +144,17 @@ TEST_F(HeapTool, ADamagedImageGivesExitCode1WithOffsetAndReason)
     area.Data()[first + 100] ^= 0xFF;
 }
 
+TEST_F(HeapTool, CountersThatDifferFromTheBlocksAreNotedButAreNoDamage)
+{
+    Save();
+    EXPECT_FALSE(Has(RunTool(image).output, "note:"));
+    Write64(area.Data(), 24, Read64(area.Data(), 24) + 4);
+    Save();
+    const ToolResult result = RunTool(image);
+    EXPECT_EQ(result.exitCode, 0u);
+    EXPECT_TRUE(Has(result.output, "note: the header's counters differ")) << result.output;
+}
+
 TEST_F(HeapTool, APictureShowsTheBlocks)
 {
     Save();

@@ -116,7 +116,7 @@ std::string DescribeHeader(const std::vector<uint8_t>& bytes, const Report& repo
     return text;
 }
 
-std::string DescribeStatistics(const Report& report)
+std::string DescribeStatistics(const std::vector<uint8_t>& bytes, const Report& report)
 {
     std::string text = "Statistics\n";
     Append(&text,
@@ -132,6 +132,15 @@ std::string DescribeStatistics(const Report& report)
     }
     Append(&text, "  fragmentation     %5.1f %% of the free bytes are outside the largest free block\n",
            100 * report.Fragmentation());
+    // The check does not compare the header's counters with the blocks; a user of the tool wants to know.
+    const uint64_t bytesInUse = kFirstBlock + report.allocatedBytes + report.freeBlocks * kBlockHeaderSize;
+    if (report.verdict.fault == HeapFault::kNone &&
+        (HeaderOf(bytes).allocatedBlocks != report.allocatedBlocks ||
+         HeaderOf(bytes).bytesInUse != bytesInUse))
+    {
+        Append(&text, "  note: the header's counters differ; these blocks make %" PRIu64 " bytes in use\n",
+               bytesInUse);
+    }
     return text;
 }
 

@@ -39,7 +39,7 @@ struct Report {
 Report Examine(std::vector<uint8_t>* bytes);
 
 std::string DescribeHeader(const std::vector<uint8_t>& bytes, const Report& report);
-std::string DescribeStatistics(const Report& report);
+std::string DescribeStatistics(const std::vector<uint8_t>& bytes, const Report& report);
 std::string DescribeVerdict(const Report& report);
 std::string ListBlocks(const std::vector<uint8_t>& bytes, const Report& report);
 

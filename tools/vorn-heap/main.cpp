@@ -139,8 +139,8 @@ int Run(const Options& options)
         return kUnreadable;
     }
 
-    std::string text = source + "\n\n" + DescribeHeader(bytes, report) + "\n" + DescribeStatistics(report) +
-                       "\n" + DescribeVerdict(report);
+    std::string text = source + "\n\n" + DescribeHeader(bytes, report) + "\n" +
+                       DescribeStatistics(bytes, report) + "\n" + DescribeVerdict(report);
     if (options.blocks) text += "\n" + ListBlocks(bytes, report);
     if (options.map) text += "\n" + MapAsText(report, options.width, 40);
     std::fwrite(text.data(), 1, text.size(), stdout);
