@@ -78,7 +78,8 @@ void Crew::NoteEnd(Worker* worker)
     const VornStatus status = VornProcGetExitCode(worker->process, &code);
     VornProcFreePPid(worker->process);
     worker->process = nullptr;
-    if (status == VORN_OK && code == 0) return;
+    const bool finished = index_->Header().workers[worker->number].finished != 0;
+    if (finished && status == VORN_OK && code == 0) return;
     someFailed_ = true;
     const std::wstring name = L"worker " + std::to_wstring(worker->number);
     if (status == VORN_OK && IsStatus(code)) {

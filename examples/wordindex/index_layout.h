@@ -58,7 +58,7 @@ struct StripeState {
 struct WorkerState {
     // Threads of the worker that are inside the heap. A worker that is killed there leaves the heap's lock.
     std::atomic<int32_t> insideHeap;
-    uint32_t unused;
+    std::atomic<int32_t> finished;  // 1: it came to its own end, whatever its exit code says
 };
 
 // In the heap's own block for its users.

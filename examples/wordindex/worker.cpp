@@ -152,6 +152,7 @@ int RunWorker()
         VornThreadJoin(thread, &outcome);
         if (outcome != nullptr) result = static_cast<VornStatus>(reinterpret_cast<uintptr_t>(outcome));
     }
+    index.Header().workers[job.worker].finished = 1;
     return static_cast<int>(result);
 }
 
