@@ -432,17 +432,18 @@ TEST(Once, WaitsWithoutAnEventWhenNoneCanBeHad)
     };
     LibraryThread first([&] { VornThreadOnce(&once, routine); });
     ASSERT_TRUE(insideEvent.Wait());
-    std::atomic<bool> entered{false};
     {
         Event started;
+        Event armed;
         LibraryThread second([&] {
             VornThreadSelf();
             started.Set();
-            entered = true;
+            armed.Wait();
             VornThreadOnce(&once, routine);
         });
         ASSERT_TRUE(started.Wait());
         const FailingCall fail(kCreateEvent, 1, true);
+        armed.Set();
         EXPECT_TRUE(Eventually([&] { return fail.Failures() > 0; }));
         goOnEvent.Set();
         second.Join();
