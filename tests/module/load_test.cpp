@@ -5,9 +5,8 @@
 #include "support/child_process.h"
 #include "support/leak_watch.h"
 
-#include <gtest/gtest.h>
-
 #include <cstdint>
+#include <gtest/gtest.h>
 #include <vector>
 
 using namespace vorn_test;
@@ -87,6 +86,58 @@ TEST(ModuleLoad, TwoThousandLoadsLeaveNoIndexNoHandleAndNoMemory)
     EXPECT_EQ(FreshHandleNumber(), handle);
     // Less than one byte a round is no leak of the module's.
     EXPECT_LT(BusyHeapBytes(), bytes + kRounds);
+}
+
+namespace {
+
+// A thread that outlives the module it has used, round after round.
+struct Lodger {
+    Event go;
+    Event done;
+    void* (*self)() = nullptr;
+    bool good = true;
+
+    static DWORD WINAPI Run(void* parameter)
+    {
+        auto* const lodger = static_cast<Lodger*>(parameter);
+        for (;;) {
+            lodger->go.Wait();
+            lodger->go.Reset();
+            if (lodger->self == nullptr) return 0;
+            void* const record = lodger->self();
+            // A slot that the unloaded module left behind must not look like a record.
+            lodger->good = record != nullptr && lodger->self() == record && lodger->good;
+            lodger->done.Set();
+        }
+    }
+};
+
+}  // namespace
+
+TEST(ModuleLoad, RecordsOfThreadsThatLiveOnAreFreedWithTheModule)
+{
+    constexpr int kLodgerRounds = 200;
+    Lodger lodger;
+    const HANDLE thread = CreateThread(nullptr, 0, &Lodger::Run, &lodger, 0, nullptr);
+    const auto visit = [&] {
+        const Module module;
+        lodger.self = module.Find<void* (*)()>("VornThreadSelf");
+        lodger.done.Reset();
+        lodger.go.Set();
+        EXPECT_TRUE(lodger.done.Wait());
+        EXPECT_TRUE(FreeLibrary(module.handle));
+    };
+    for (int round = 0; round < 20; ++round) visit();
+    const uintptr_t handle = FreshHandleNumber();
+    const size_t bytes = BusyHeapBytes();
+    for (int round = 0; round < kLodgerRounds; ++round) visit();
+    EXPECT_EQ(FreshHandleNumber(), handle);
+    EXPECT_LT(BusyHeapBytes(), bytes + kLodgerRounds);
+    EXPECT_TRUE(lodger.good);
+    lodger.self = nullptr;
+    lodger.go.Set();
+    EXPECT_TRUE(WaitBounded(thread));
+    CloseHandle(thread);
 }
 
 TEST(ModuleLoad, FailsWhenNoThreadLocalIndexIsLeft)

@@ -2,7 +2,7 @@
 
 #include "core/win32.h"
 
-#include "async_targets.h"
+#include "async_case.h"
 #include "support/child_process.h"
 #include "support/leak_watch.h"
 #include "thread_runner.h"
@@ -11,8 +11,6 @@
 #include <string>
 
 namespace {
-
-void* const kCancelled = reinterpret_cast<void*>(~uintptr_t{0});
 
 // A thread that runs until it is told to end.
 class Bystander {
@@ -36,34 +34,6 @@ private:
     vorn_test::Event end_;
     VornThread* thread_ = nullptr;
 };
-
-void AwaitFlag(const std::atomic<int>& flag)
-{
-    while (flag.load() == 0) SwitchToThread();
-}
-
-void FinaliseCase(void* value)
-{
-    ++static_cast<AsyncCase*>(value)->finalised;
-}
-
-void CancelOnce(const AsyncTarget& target, VornThreadKey* key, VornThread* never)
-{
-    SCOPED_TRACE(target.name);
-    AsyncCase c;
-    c.key = key;
-    c.never = never;
-    VornThread* thread = nullptr;
-    ASSERT_EQ(VornThreadCreate(&thread, nullptr, target.function, &c), VORN_OK);
-    AwaitFlag(c.entered);
-    EXPECT_EQ(VornThreadCancel(thread), VORN_OK);
-    void* result = nullptr;
-    ASSERT_EQ(VornThreadJoin(thread, &result), VORN_OK);
-    EXPECT_EQ(result, kCancelled);
-    EXPECT_EQ(c.cleaned, 1);
-    EXPECT_EQ(c.finalised, 1);
-    EXPECT_GE(c.destroyed, target.certainlyDestroyed);
-}
 
 class AsyncCancel : public testing::TestWithParam<int> {
 protected:
@@ -100,28 +70,6 @@ INSTANTIATE_TEST_SUITE_P(Situations, AsyncCancel, testing::Range(0, kTargetCount
 
 }  // namespace
 
-TEST(AsyncCancelRepeated, LeavesNoHandleAndNoRecordAfter500Cancels)
-{
-    VornThreadKey* key = nullptr;
-    ASSERT_EQ(VornThreadKeyCreate(&key, &FinaliseCase), VORN_OK);
-    const int loopWithoutCalls = 0;
-    const int opaqueCalls = 2;
-    const int callback = 7;
-    for (int i : {loopWithoutCalls, opaqueCalls, callback}) {
-        CancelOnce(kTargetsO0[i], key, nullptr);
-        CancelOnce(kTargetsO2[i], key, nullptr);
-    }
-    const vorn_test::LeakWatch watch;
-    for (int i = 0; i < 84; ++i) {
-        for (int target : {loopWithoutCalls, opaqueCalls, callback}) {
-            CancelOnce(kTargetsO0[target], key, nullptr);
-            CancelOnce(kTargetsO2[target], key, nullptr);
-        }
-    }
-    EXPECT_EQ(watch.Leaks(), "");
-    EXPECT_EQ(VornThreadKeyDelete(key), VORN_OK);
-}
-
 TEST(AsyncCancelAdopted, EndsTheThreadAtOnceAndRunsItsHandlers)
 {
     AsyncCase c;
@@ -138,31 +86,4 @@ TEST(AsyncCancelAdopted, EndsTheThreadAtOnceAndRunsItsHandlers)
     EXPECT_EQ(c.cleaned, 1);
     EXPECT_EQ(c.finalised, 1);
     EXPECT_EQ(VornThreadKeyDelete(c.key), VORN_OK);
-}
-
-TEST(AsyncCancelRace, WithTheEndOfTheStartFunctionIsEitherCancelledOrTooLate)
-{
-    int cancelled = 0;
-    int late = 0;
-    for (int i = 0; i < 100; ++i) {
-        std::atomic<int> limit{i * 60};
-        std::atomic<bool> ready{false};
-        vorn_test::LibraryThread thread([&]() -> void* {
-            VornThreadSetCancelType(VORN_CANCEL_ASYNCHRONOUS, nullptr);
-            ready = true;
-            for (volatile int n = 0; n < limit; n = n + 1) {
-            }
-            return nullptr;
-        });
-        while (!ready) SwitchToThread();
-        const VornStatus status = VornThreadCancel(thread.Thread());
-        EXPECT_TRUE(status == VORN_OK || status == VORN_E_SYSTEM) << status;
-        if (thread.Join() == kCancelled) {
-            ++cancelled;
-        } else {
-            ++late;
-        }
-    }
-    EXPECT_EQ(cancelled + late, 100);
-    RecordProperty("cancelled", cancelled);
 }
