@@ -116,7 +116,7 @@ struct Lodger {
 
 TEST(ModuleLoad, RecordsOfThreadsThatLiveOnAreFreedWithTheModule)
 {
-    constexpr int kLodgerRounds = 200;
+    constexpr int kLodgerRounds = 60;
     Lodger lodger;
     const HANDLE thread = CreateThread(nullptr, 0, &Lodger::Run, &lodger, 0, nullptr);
     const auto visit = [&] {
@@ -127,7 +127,7 @@ TEST(ModuleLoad, RecordsOfThreadsThatLiveOnAreFreedWithTheModule)
         EXPECT_TRUE(lodger.done.Wait());
         EXPECT_TRUE(FreeLibrary(module.handle));
     };
-    for (int round = 0; round < 20; ++round) visit();
+    for (int round = 0; round < 10; ++round) visit();
     const uintptr_t handle = FreshHandleNumber();
     const size_t bytes = BusyHeapBytes();
     for (int round = 0; round < kLodgerRounds; ++round) visit();
