@@ -9,7 +9,7 @@
 // A string is used by one thread at a time. C_Str and narrow output write a cache inside the string, so
 // not even readers may share one string where one of them asks for those.
 //
-// Text arguments may lie within the string itself. A null pointer to text counts as an empty text.
+// Text arguments may lie within the string itself. A null pointer counts as an empty zero-terminated text.
 #ifndef VORN_UNISTR_HPP
 #define VORN_UNISTR_HPP
 

@@ -1,4 +1,6 @@
 // Failing allocations and failing calls of ICU in UniStr, in the module.
+#include <vorn/runtime.h>
+
 #include "support/failing_call.h"
 #include "support/import_redirect.h"
 #include "text/unistr_failure_cases.h"
@@ -32,6 +34,21 @@ UConverter* OpenNothing(const char*, UErrorCode* status)
 {
     *status = U_FILE_ACCESS_ERROR;
     return nullptr;
+}
+
+int opened = 0;
+int closed = 0;
+
+UConverter* OpenCounted(const char* name, UErrorCode* status)
+{
+    ++opened;
+    return ucnv_open(name, status);
+}
+
+void CloseCounted(UConverter* converter)
+{
+    if (converter != nullptr) ++closed;
+    ucnv_close(converter);
 }
 
 int32_t ToUCharsOrFail(UConverter* converter, UChar* to, int32_t capacity, const char* from, int32_t length,
@@ -185,4 +202,29 @@ TEST_F(UniStrModuleFailure, ACaseMappingThatFailsLeavesTheString)
             EXPECT_EQ(text.Capacity(), 167u);
         }
     }
+}
+
+TEST_F(UniStrModuleFailure, OneConverterServesUntilTheLibraryIsTerminated)
+{
+    ASSERT_EQ(VornInitialize(), VORN_OK);
+    VornTerminate();  // whatever was kept is closed
+    const ImportRedirect open(IMPORT_NAME(ucnv_open), &OpenCounted);
+    const ImportRedirect close(IMPORT_NAME(ucnv_close), &CloseCounted);
+    ASSERT_TRUE(open.Found() && close.Found());
+    opened = 0;
+    closed = 0;
+    ASSERT_EQ(VornInitialize(), VORN_OK);
+    for (int i = 0; i < 100; ++i) {
+        const UniStr text("abc");
+        EXPECT_STREQ(text.C_Str(), "abc");
+        std::istringstream in("line");
+        UniStr line;
+        in >> line;
+    }
+    EXPECT_EQ(opened, 1);
+    EXPECT_EQ(closed, 0);
+    VornTerminate();
+    EXPECT_EQ(closed, 1);
+    EXPECT_STREQ(UniStr(L"abc").C_Str(), "abc");  // and is opened again where it is wanted
+    EXPECT_EQ(opened, 2);
 }

@@ -424,7 +424,7 @@ TEST(UniStrViews, AreConstructedFromByLength)
     EXPECT_EQ(UniStr(std::u16string(40, u'x')).Capacity(), 47u);
     // Unlike a length of 0 with a pointer, an empty view is empty.
     EXPECT_TEXT(UniStr(std::wstring_view(L"abc", 0)), u"");
-    EXPECT_TEXT(UniStr(std::wstring_view()), u"");
+    EXPECT_TEXT(UniStr(std::wstring_view{}), u"");
 }
 
 TEST(UniStrViews, AreAssignedAndAppended)
