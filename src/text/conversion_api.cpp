@@ -9,8 +9,13 @@ using namespace vorn::detail;
 
 namespace {
 
-const TranscodeTable& Table() noexcept
+// Text of so few units is converted one character at a time before a vector is set up.
+constexpr uint32_t kShort = 12;
+
+// For text of this length; 0 where it is not known.
+const TranscodeTable& Table(uint32_t length) noexcept
 {
+    if (length - 1 < kShort) return kTranscodePlain;
     return Widest<TranscodeTable, TranscodeFor>();
 }
 
@@ -66,36 +71,36 @@ uint8_t* Bytes(char* text) noexcept
 
 extern "C" VornStatus VornUtf8ToUtf16(const char* src, uint32_t srcLength, wchar_t* dst, uint32_t* size)
 {
-    const TranscodeTable& table = Table();
+    const TranscodeTable& table = Table(srcLength);
     return Convert(table.utf8ToUtf16, table.countUtf8ToUtf16, Bytes(src), srcLength, dst, size);
 }
 
 extern "C" VornStatus VornUtf8ToUtf32(const char* src, uint32_t srcLength, uint32_t* dst, uint32_t* size)
 {
-    const TranscodeTable& table = Table();
+    const TranscodeTable& table = Table(srcLength);
     return Convert(table.utf8ToUtf32, table.countUtf8ToUtf32, Bytes(src), srcLength, dst, size);
 }
 
 extern "C" VornStatus VornUtf16ToUtf32(const wchar_t* src, uint32_t srcLength, uint32_t* dst, uint32_t* size)
 {
-    const TranscodeTable& table = Table();
+    const TranscodeTable& table = Table(srcLength);
     return Convert(table.utf16ToUtf32, table.countUtf16ToUtf32, src, srcLength, dst, size);
 }
 
 extern "C" VornStatus VornUtf16ToUtf8(const wchar_t* src, uint32_t srcLength, char* dst, uint32_t* size)
 {
-    const TranscodeTable& table = Table();
+    const TranscodeTable& table = Table(srcLength);
     return Convert(table.utf16ToUtf8, table.countUtf16ToUtf8, src, srcLength, Bytes(dst), size);
 }
 
 extern "C" VornStatus VornUtf32ToUtf8(const uint32_t* src, uint32_t srcLength, char* dst, uint32_t* size)
 {
-    const TranscodeTable& table = Table();
+    const TranscodeTable& table = Table(srcLength);
     return Convert(table.utf32ToUtf8, table.countUtf32ToUtf8, src, srcLength, Bytes(dst), size);
 }
 
 extern "C" VornStatus VornUtf32ToUtf16(const uint32_t* src, uint32_t srcLength, wchar_t* dst, uint32_t* size)
 {
-    const TranscodeTable& table = Table();
+    const TranscodeTable& table = Table(srcLength);
     return Convert(table.utf32ToUtf16, table.countUtf32ToUtf16, src, srcLength, dst, size);
 }

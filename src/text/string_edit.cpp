@@ -25,6 +25,16 @@ size_t BoundedLength(const wchar_t* s, size_t limit) noexcept
     return limit;
 }
 
+// The end of text that is being written. Its first units may have been stored one by one just now: the
+// processor hands those over to narrow loads at once, to wide ones only when they have reached the cache.
+wchar_t* EndOf(wchar_t* s) noexcept
+{
+    for (size_t i = 0; i < 8; ++i) {
+        if (s[i] == 0) return s + i;
+    }
+    return s + 8 + TerminatedLength(s + 8);
+}
+
 template <class Word>
 void CopyEnds(wchar_t* dst, const wchar_t* src, size_t count) noexcept
 {
@@ -76,13 +86,13 @@ extern "C" wchar_t* VornStrNCpy(wchar_t* dst, const wchar_t* src, uint32_t n)
 
 extern "C" wchar_t* VornStrCat(wchar_t* dst, const wchar_t* src)
 {
-    CopyUnits(dst + TerminatedLength(dst), src, TerminatedLength(src) + 1);
+    CopyUnits(EndOf(dst), src, TerminatedLength(src) + 1);
     return dst;
 }
 
 extern "C" wchar_t* VornStrNCat(wchar_t* dst, const wchar_t* src, uint32_t n)
 {
-    wchar_t* const end = dst + TerminatedLength(dst);
+    wchar_t* const end = EndOf(dst);
     const size_t length = BoundedLength(src, n);
     CopyUnits(end, src, length);
     end[length] = 0;

@@ -69,9 +69,6 @@ __m512i Dword(uint32_t value)
     return _mm512_set1_epi32(static_cast<int>(value));
 }
 
-// Texts up to this many units go the plain way at once: it takes them faster than a block can be set up.
-constexpr size_t kShort = 8;
-
 // ---- reading UTF-8
 
 // What may follow a lead byte, by its lowest six bits: the first byte allowed and how many. None for a byte
@@ -262,7 +259,6 @@ __m256i Upper(__m512i all)
 
 Converted Utf8ToUtf16(const uint8_t* src, size_t length, wchar_t* dst, size_t room)
 {
-    if (length <= kShort) return kTranscodePlain.utf8ToUtf16(src, length, dst, room);
     Converted done{0, 0};
     Utf8Carry carry;
     while (done.read < length) {
@@ -311,7 +307,6 @@ Converted Utf8ToUtf16(const uint8_t* src, size_t length, wchar_t* dst, size_t ro
 
 Converted Utf8ToUtf32(const uint8_t* src, size_t length, uint32_t* dst, size_t room)
 {
-    if (length <= kShort) return kTranscodePlain.utf8ToUtf32(src, length, dst, room);
     Converted done{0, 0};
     Utf8Carry carry;
     while (done.read < length) {
@@ -427,7 +422,6 @@ struct Utf16Block {
 
 Converted Utf16ToUtf32(const wchar_t* src, size_t length, uint32_t* dst, size_t room)
 {
-    if (length <= kShort) return kTranscodePlain.utf16ToUtf32(src, length, dst, room);
     Converted done{0, 0};
     while (done.read < length) {
         const Utf16Block block(src + done.read, length - done.read);
@@ -502,7 +496,6 @@ __m512i PairBytes(const Utf16Block& block)
 
 Converted Utf16ToUtf8(const wchar_t* src, size_t length, uint8_t* dst, size_t room)
 {
-    if (length <= kShort) return kTranscodePlain.utf16ToUtf8(src, length, dst, room);
     Converted done{0, 0};
     while (done.read < length) {
         const size_t left = room - done.written;

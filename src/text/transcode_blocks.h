@@ -266,7 +266,6 @@ Converted ReadUtf8(Converted (*plain)(const uint8_t*, size_t, typename To::Out*,
                    size_t length, typename To::Out* dst, size_t room)
 {
     using Out = typename To::Out;
-    if (length < 16) return plain(src, length, dst, room);
     Converted done{0, 0};
     Utf8Carry carry;
     uint8_t endOfText[kBlockReach];

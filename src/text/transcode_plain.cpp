@@ -1,7 +1,5 @@
 #include "text/transcode.h"
 
-#include <algorithm>
-
 namespace vorn::detail {
 
 namespace {
@@ -12,16 +10,11 @@ Converted Convert(const typename From::Unit* src, size_t length, typename To::Un
     size_t read = 0;
     size_t written = 0;
     while (read < length) {
-        // A run of ASCII needs one unit for each in every form.
-        const size_t run = std::min(length - read, room - written);
-        size_t i = 0;
-        while (i < run && src[read + i] < 0x80) {
-            dst[written + i] = static_cast<typename To::Unit>(src[read + i]);
-            ++i;
+        if (src[read] < 0x80) {
+            if (written == room) break;
+            dst[written++] = static_cast<typename To::Unit>(src[read++]);
+            continue;
         }
-        read += i;
-        written += i;
-        if (read == length) break;
         const Character character = From::Read(src + read, length - read);
         const uint32_t units = To::Length(character.codePoint);
         if (units > room - written) break;

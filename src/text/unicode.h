@@ -16,8 +16,10 @@ constexpr uint32_t kReplacement = 0xFFFD;
 constexpr uint32_t kLastCodePoint = 0x10FFFF;
 
 struct Character {
-    uint32_t codePoint;  // kReplacement for ill-formed input; above kLastCodePoint for UTF-8 F4 90 to F4 BF
-    uint32_t length;     // units read, at least 1
+    // Never a surrogate: kReplacement for ill-formed input. Above kLastCodePoint for UTF-8 F4 90 to F4 BF,
+    // which is written as kReplacement.
+    uint32_t codePoint;
+    uint32_t length;  // units read, at least 1
 };
 
 struct Utf8 {
@@ -68,7 +70,7 @@ struct Utf8 {
             text[1] = static_cast<uint8_t>(0x80 | (codePoint & 0x3F));
             return;
         }
-        if (codePoint > kLastCodePoint || codePoint >> 11 == 0xD800 >> 11) codePoint = kReplacement;
+        if (codePoint > kLastCodePoint) codePoint = kReplacement;
         if (codePoint < 0x10000) {
             text[0] = static_cast<uint8_t>(0xE0 | codePoint >> 12);
             text[1] = static_cast<uint8_t>(0x80 | (codePoint >> 6 & 0x3F));
@@ -104,8 +106,7 @@ struct Utf16 {
             text[1] = static_cast<wchar_t>(0xDC00 | (codePoint & 0x3FF));
             return;
         }
-        const bool isCharacter = codePoint < 0x10000 && codePoint >> 11 != 0xD800 >> 11;
-        text[0] = static_cast<wchar_t>(isCharacter ? codePoint : kReplacement);
+        text[0] = static_cast<wchar_t>(codePoint < 0x10000 ? codePoint : kReplacement);
     }
 };
 
