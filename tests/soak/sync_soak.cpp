@@ -1,0 +1,30 @@
+// sync_soak.cpp - the stress runs of the synchronisation objects in full length.
+#include "thread/barrier_run.h"
+#include "thread/sync_stress.h"
+
+using namespace sync_test;
+
+TEST(SyncSoak, AMillionItemsThroughABoundedBuffer)
+{
+    EXPECT_EQ(BoundedBufferRun(4, 4, 0, 1000000, GetTickCount64()), "");
+}
+
+TEST(SyncSoak, AHundredCancelledConsumers)
+{
+    EXPECT_EQ(BoundedBufferRun(3, 3, 100, 200000, GetTickCount64()), "");
+}
+
+TEST(SyncSoak, AHundredThousandWakeUps)
+{
+    EXPECT_EQ(WakeUpRun(8, 100000, GetTickCount64()), "");
+}
+
+TEST(SyncSoak, ReadersAndWriters)
+{
+    EXPECT_EQ(ReadersAndWritersRun(8, 4, 100000, GetTickCount64()), "");
+}
+
+TEST(SyncSoak, TenThousandPhasesOfEightThreads)
+{
+    EXPECT_EQ(BarrierRun(8, 10000), "");
+}
