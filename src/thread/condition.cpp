@@ -58,15 +58,30 @@ bool TakesWakeUpLocked(VornCondition* condition, VornStatus waitStatus) noexcept
     return everybodyIsPromisedOne;
 }
 
+// Takes the unblock lock also where sleeping for it fails: it is never held for long, and a waiter that left
+// without counting itself out would keep the gate closed for ever. `*held` is false only when the process
+// ends.
+VornStatus LockToLeave(VornCondition* condition, bool* held) noexcept
+{
+    const VornStatus status = VornMutexLock(&condition->unblockLock);
+    *held = status == VORN_OK;
+    while (!*held && !ProcessIsEnding()) {
+        Sleep(0);
+        *held = VornMutexTryLock(&condition->unblockLock) == VORN_OK;
+    }
+    return status;
+}
+
 // Counts the calling thread out of its wait, which ended with `*waitStatus`. A time-out that turns out to
 // have met a wake-up becomes VORN_OK.
 VornStatus LeaveWait(VornCondition* condition, VornStatus* waitStatus) noexcept
 {
-    VornStatus status = VornMutexLock(&condition->unblockLock);
-    if (status != VORN_OK) return status;
+    bool held;
+    VornStatus status = LockToLeave(condition, &held);
+    if (!held) return status;
     bool endsDelivery = false;
     if (condition->waitersToUnblock == 0) {
-        if (++condition->waitersGone >= kFoldAt) status = FoldGoneLocked(condition);
+        if (++condition->waitersGone >= kFoldAt) status = FirstFailure(status, FoldGoneLocked(condition));
     } else if (TakesWakeUpLocked(condition, *waitStatus)) {
         endsDelivery = --condition->waitersToUnblock == 0;
         if (*waitStatus == VORN_E_TIMEOUT) *waitStatus = VORN_OK;

@@ -551,6 +551,22 @@ TEST_F(Condition, AFailureToLockTheMutexAgainIsReported)
     Unlock();
 }
 
+TEST_F(ConditionLeave, AWaiterCountsItselfOutAlsoWhereTheLockForThatCannotBeWaitedFor)
+{
+    HeldWaiter held(*this);
+    EXPECT_EQ(VornConditionSignal(&condition), VORN_OK);
+    ASSERT_EQ(VornMutexLock(&condition->unblockLock), VORN_OK);
+    {
+        FailingCall fail(kWaitForSingleObject, 1);
+        LetLeave(WAIT_TIMEOUT);
+        while (fail.Failures() == 0) Sleep(1);
+        EXPECT_EQ(condition->waitersToUnblock, 1);
+        EXPECT_EQ(VornMutexUnlock(&condition->unblockLock), VORN_OK);
+        held.Join();
+    }
+    EXPECT_EQ(held.Status(), VORN_E_SYSTEM);
+}
+
 TEST_F(Condition, CancelledWaitsLeaveNothingBehind)
 {
     const auto cancelOne = [&] {
