@@ -57,8 +57,8 @@ public:
     // Back to the directory that the path at hand is in. Not at the root.
     void Leave() noexcept
     {
-        while (text_[--units_] != L'\\') {
-        }
+        do --units_;
+        while (text_[units_] != L'\\');
         if (units_ < rootUnits_) units_ = rootUnits_;  // a root that ends in a backslash keeps it
         text_[units_] = 0;
     }
@@ -111,8 +111,8 @@ private:
 // of which a part lies in another store; those have a tag that says so and count as what they seem to be.
 bool IsDirectoryLink(const WIN32_FIND_DATAW& entry) noexcept
 {
-    constexpr DWORD kReservedTags =
-        1;  // up to this value a tag says nothing, and what is behind is not known
+    // Up to this value a tag says nothing: what is behind is not known, and is left alone.
+    constexpr DWORD kReservedTags = 1;
     if ((entry.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0) return false;
     return IsReparseTagNameSurrogate(entry.dwReserved0) || entry.dwReserved0 <= kReservedTags;
 }
