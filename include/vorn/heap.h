@@ -11,12 +11,13 @@
  * found damaged is reported with VORN_E_HEAP_CORRUPT.
  *
  * Unless its comment says otherwise, each function stores its outcome in the last error on every path,
- * VORN_OK on success, and may be called from any thread. These outcomes are common to the functions that
- * enter a heap: VORN_E_INVALID_ARG   null, or not the handle of an open heap VORN_E_BAD_STATE     an
- * enumeration runs, or one was stopped early; the heap stays in that state for good VORN_E_HEAP_LOCK     the
- * heap was created without a lock and another call is inside it VORN_E_HEAP_CORRUPT  the structure is
- * damaged, or reaches beyond the area that the handle was given VORN_E_SYSTEM, or another status of
- * VornMutexLock   the heap's lock could not be taken They are meant below by "the statuses of entering".
+ * VORN_OK on success, and may be called from any thread. "The statuses of entering" below are those that are
+ * common to the functions that enter a heap:
+ * - VORN_E_INVALID_ARG: null, or not the handle of an open heap
+ * - VORN_E_BAD_STATE: an enumeration runs, or one was stopped early; then the heap stays so for good
+ * - VORN_E_HEAP_LOCK: the heap was created without a lock and another call is inside it
+ * - VORN_E_HEAP_CORRUPT: the structure is damaged, or reaches beyond the area that the handle was given
+ * - VORN_E_SYSTEM, or another status of VornMutexLock: the heap's lock could not be taken
  *
  * Entering a shared heap waits for its lock without limit. That wait is a cancellation point: a thread that
  * is cancelled in it leaves by the cancellation's exception, without the lock.
