@@ -21,3 +21,17 @@ find $tree -type f -exec cat {} + | wc -lc
 
 printf "\n$ linestat --long '%s/M*'\n" $texts
 "$runner" "$prefix" "$bin/linestat.exe" --long "$texts/M*"
+
+# Temporary files of the demo.
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+image=$scratch/licenses.image
+
+printf '\n$ wordindex --progress -w 3 -t 2 -n 8 -o licenses.image %s %s\n' $texts $tree
+"$runner" "$prefix" "$bin/wordindex.exe" --progress -w 3 -t 2 -n 8 -o "$image" $texts $tree
+printf '\n$ wordindex --image licenses.image License GNU warranty struct\n'
+"$runner" "$prefix" "$bin/wordindex.exe" --image "$image" License GNU warranty struct
+printf '\ngrep counts for the same words:\n'
+for word in license gnu warranty struct; do
+    find -L $texts $tree -type f -exec cat {} + | LC_ALL=C grep -oai '[a-z0-9]*' | LC_ALL=C grep -cixa $word
+done

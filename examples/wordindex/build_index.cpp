@@ -55,26 +55,33 @@ std::wstring HeapName()
            std::to_wstring(ticks);
 }
 
+std::string ProgressText(const IndexHeader& header, size_t workers)
+{
+    const uint64_t done = static_cast<uint64_t>(header.filesDone);
+    const uint64_t mib = static_cast<uint64_t>(header.kibDone) / 1024;
+    char percent[8];
+    std::snprintf(percent, sizeof(percent), "%3u %%",
+                  static_cast<unsigned>(100 * done / header.fileCount % 1000));
+    return std::string(percent) + "  " + Grouped(done) + " of " + Grouped(header.fileCount) + " files, " +
+           Grouped(mib) + " MiB, " + std::to_string(workers) + " workers" +
+           (header.stop != 0 ? ", stopping" : "");
+}
+
 // Lets the workers work. True when every file was taken.
 bool WatchWorkers(Crew* crew, SharedIndex* index, bool progress)
 {
     IndexHeader& header = index->Header();
     ProgressLine line(progress);
     Clock::time_point stopped{};
-    while (crew->Watch(kWatchMs) != 0) {
-        const int done = header.filesDone;
-        char text[128];
-        std::snprintf(text, sizeof(text), "%3d %%  %s of %s files, %s MiB, %zu workers%s",
-                      static_cast<int>(100.0 * done / header.fileCount),
-                      Grouped(static_cast<uint64_t>(done)).c_str(), Grouped(header.fileCount).c_str(),
-                      Grouped(static_cast<uint64_t>(header.kibDone) / 1024).c_str(), crew->Running(),
-                      header.stop != 0 ? ", stopping" : "");
-        line.Draw(text);
+    size_t running = 0;
+    do {
+        running = crew->Watch(kWatchMs);
+        line.Draw(ProgressText(header, running));
         if (interrupted != 0) header.stop = 1;
         if (header.stop == 0) continue;
         if (stopped == Clock::time_point{}) stopped = Clock::now();
         if (SecondsSince(stopped) * 1000 > (crew->HeapIsLost() ? kLostHeapGraceMs : kGraceMs)) crew->Kill();
-    }
+    } while (running != 0);
     return static_cast<uint32_t>(header.nextFile) >= header.fileCount;
 }
 

@@ -40,20 +40,19 @@ std::string Grouped(uint64_t number)
 
 void ProgressLine::Draw(const std::string& text)
 {
-    if (!on_) return;
+    if (!on_ || text == drawn_) return;
     std::string line = "\r" + text;
-    if (text.size() < drawn_) line.append(drawn_ - text.size(), ' ');
-    drawn_ = text.size();
+    if (text.size() < drawn_.size()) line.append(drawn_.size() - text.size(), ' ');
+    drawn_ = text;
     std::fputs(line.c_str(), stderr);
     std::fflush(stderr);
 }
 
-void ProgressLine::Clear()
+ProgressLine::~ProgressLine()
 {
-    if (drawn_ == 0) return;
-    std::fprintf(stderr, "\r%s\r", std::string(drawn_, ' ').c_str());
+    if (drawn_.empty()) return;
+    std::fputs("\n", stderr);
     std::fflush(stderr);
-    drawn_ = 0;
 }
 
 }  // namespace wordindex

@@ -18,21 +18,21 @@ void Complain(const std::wstring& about, const char* problem, VornStatus status)
 // 1234567 as "1,234,567".
 std::string Grouped(uint64_t number);
 
-// A line that is drawn again and again at the same place.
+// A line that is drawn again and again at the same place, and stays there as it was drawn last.
 class ProgressLine {
 public:
     // Draws nothing unless `on`.
     explicit ProgressLine(bool on) : on_(on) {}
     ProgressLine(const ProgressLine&) = delete;
     ProgressLine& operator=(const ProgressLine&) = delete;
-    ~ProgressLine() { Clear(); }
+    // Ends the line.
+    ~ProgressLine();
 
     void Draw(const std::string& text);
-    void Clear();
 
 private:
     bool on_;
-    size_t drawn_ = 0;  // columns
+    std::string drawn_;
 };
 
 }  // namespace wordindex
