@@ -29,6 +29,7 @@ struct Ours {
     {
         return UniStr(reinterpret_cast<const wchar_t*>(s), static_cast<uint32_t>(n));
     }
+    static void Reserve(String& s, uint32_t n) { s.Reserve(n); }
     static void Append(String& s) { s.Append(kPhraseWide, kPhraseLength); }
     static void AppendUnit(String& s, char16_t c) { s += static_cast<wchar_t>(c); }
     static void Insert(String& s, uint32_t pos) { s.Insert(pos, kPhraseWide, kPhraseLength); }
@@ -43,6 +44,7 @@ struct Ours {
 struct StdPeer {
     using String = Std;
     static String Make(const char16_t* s, int n) { return Std(s, static_cast<size_t>(n)); }
+    static void Reserve(String& s, uint32_t n) { s.reserve(n); }
     static void Append(String& s) { s.append(kPhrase, kPhraseLength); }
     static void AppendUnit(String& s, char16_t c) { s += c; }
     static void Insert(String& s, uint32_t pos) { s.insert(pos, kPhrase, kPhraseLength); }
@@ -57,6 +59,7 @@ struct StdPeer {
 struct IcuPeer {
     using String = Icu;
     static String Make(const char16_t* s, int n) { return Icu(s, n); }
+    static void Reserve(String& s, uint32_t n) { s.getBuffer(static_cast<int32_t>(n)), s.releaseBuffer(0); }
     static void Append(String& s) { s.append(kPhrase, kPhraseLength); }
     static void AppendUnit(String& s, char16_t c) { s.append(c); }
     static void Insert(String& s, uint32_t pos)
@@ -90,6 +93,19 @@ void AppendTexts()
 {
     for (int i = 0; i < kOperations; i += 50) {
         typename Peer::String text;
+        for (int k = 0; k < 50; ++k) Peer::Append(text);
+        benchmark::DoNotOptimize(text);
+    }
+}
+
+// With room for all of it from the start: what appending costs without the growth, whose steps are fixed for
+// UniStr and geometric for its peers.
+template <class Peer>
+void AppendTextsReserved()
+{
+    for (int i = 0; i < kOperations; i += 50) {
+        typename Peer::String text;
+        Peer::Reserve(text, 50 * kPhraseLength);
         for (int k = 0; k < 50; ++k) Peer::Append(text);
         benchmark::DoNotOptimize(text);
     }
@@ -245,6 +261,7 @@ void NarrowOpening()
 int main(int argc, char** argv)
 {
     AGAINST_BOTH("AppendText", AppendTexts);
+    AGAINST_BOTH("AppendTextReserved", AppendTextsReserved);
     AGAINST_BOTH("AppendUnit", AppendUnits);
     AGAINST_BOTH("Insert", InsertTexts);
     AGAINST_BOTH_SIZED("Find", FindTexts, 50);
