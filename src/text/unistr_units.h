@@ -52,14 +52,46 @@ inline uint32_t CheckedLength(size_t length)
     return static_cast<uint32_t>(length);
 }
 
-inline void CopyUnits(wchar_t* to, const wchar_t* from, size_t n)
+// Moves n units as the block they begin with and the block they end with: from one block's size to two.
+template <typename Block>
+inline void MoveEnds(wchar_t* to, const wchar_t* from, size_t n)
 {
-    if (n != 0) std::memcpy(to, from, n * sizeof(wchar_t));
+    Block first, last;
+    const wchar_t* const lastFrom = from + n - sizeof(Block) / sizeof(wchar_t);
+    std::memcpy(&first, from, sizeof first);
+    std::memcpy(&last, lastFrom, sizeof last);
+    std::memcpy(to, &first, sizeof first);
+    std::memcpy(to + (lastFrom - from), &last, sizeof last);
 }
 
+// The places may overlap. Few units go through registers, which costs less than the call.
 inline void MoveUnits(wchar_t* to, const wchar_t* from, size_t n)
 {
-    if (n != 0) std::memmove(to, from, n * sizeof(wchar_t));
+    struct TwoVectors {
+        __m128i vectors[2];
+    };
+    if (n > 32) {
+        std::memmove(to, from, n * sizeof(wchar_t));
+    } else if (n >= 16) {
+        MoveEnds<TwoVectors>(to, from, n);
+    } else if (n >= 8) {
+        MoveEnds<__m128i>(to, from, n);
+    } else if (n >= 4) {
+        MoveEnds<uint64_t>(to, from, n);
+    } else if (n >= 2) {
+        MoveEnds<uint32_t>(to, from, n);
+    } else if (n == 1) {
+        *to = *from;
+    }
+}
+
+inline void CopyUnits(wchar_t* to, const wchar_t* from, size_t n)
+{
+    if (n > 32) {
+        std::memcpy(to, from, n * sizeof(wchar_t));
+    } else {
+        MoveUnits(to, from, n);
+    }
 }
 
 inline void FillUnits(wchar_t* to, size_t n, wchar_t c)
