@@ -4,7 +4,7 @@
 // A file that is compiled for a vector unit names its operations in a class (`Unit`) and takes the functions
 // here and in transcode_units.h into its table. Nothing here has linkage: each such file gets its own copy.
 //
-// UTF-8 is read in blocks of 64 bytes, which are described by bit masks as in transcode_avx512.cpp. Eight
+// UTF-8 is read in blocks of 64 bytes, which are described by bit masks as in transcode_avx512_utf8.h. Eight
 // (for UTF-32 four) neighbouring bits choose a shuffle that gathers the bytes of the characters that start
 // there. Results are stored as whole vectors while so much text is left that every unit stored in excess is
 // certain to be overwritten by a later character; the end of a text is converted in buffers on the stack and
