@@ -65,7 +65,7 @@ bool FindBarrier(CancelUnwind* unwind, bool* reachesStart) noexcept
     *context = unwind->from;
     bool anythingToRun = false;
     for (bool innermost = true;; innermost = false) {
-        Frame frame;
+        Frame frame = {};
         // The start routine's own frame may fail the bounds of the step out of it; what counts is its region.
         const bool followed = StepOut(unwind, context, innermost, &frame);
         if (frame.region == unwind->startRegion) {
