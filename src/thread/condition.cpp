@@ -141,8 +141,9 @@ VornStatus EnterWait(VornCondition* condition, bool cancellable)
     return status;
 }
 
-// Promises wake-ups to one waiter or to all, beginning a delivery or adding to the one that is under way.
-VornStatus PromiseWakeUpsLocked(VornCondition* condition, bool all, bool cancellable, int32_t* count,
+// How many waiters to wake: one or all of those that no wake-up is promised to. Where the first of them
+// begins a delivery the gate is closed.
+VornStatus PrepareWakeUpsLocked(VornCondition* condition, bool all, bool cancellable, int32_t* count,
                                 bool* beginsDelivery)
 {
     *count = 0;
@@ -157,8 +158,16 @@ VornStatus PromiseWakeUpsLocked(VornCondition* condition, bool all, bool cancell
         condition->waitersGone = 0;
     }
     *count = all ? blocked.load() : (blocked.load() > 0 ? 1 : 0);
-    blocked -= *count;
-    condition->waitersToUnblock += *count;
+    return VORN_OK;
+}
+
+// Promises so many wake-ups. The permits come first: whoever takes one needs the unblock lock to go on, and
+// where there are none nothing has been promised.
+VornStatus PostWakeUpsLocked(VornCondition* condition, int32_t count) noexcept
+{
+    if (!ReleaseSemaphore(condition->blockQueue->native, count, nullptr)) return VORN_E_SYSTEM;
+    condition->waitersToUnblock += count;
+    condition->waitersBlocked -= count;
     return VORN_OK;
 }
 
@@ -275,12 +284,10 @@ VornStatus WakeWaiters(VornCondition* condition, bool all, bool cancellable)
     if (status == VORN_OK) {
         int32_t count;
         bool beginsDelivery;
-        status = PromiseWakeUpsLocked(condition, all, cancellable, &count, &beginsDelivery);
-        if (count > 0 && !ReleaseSemaphore(condition->blockQueue->native, count, nullptr)) {
-            status = VORN_E_SYSTEM;
-            condition->waitersToUnblock -= count;
-            condition->waitersBlocked += count;
-            if (beginsDelivery) OpenGate(condition);
+        status = PrepareWakeUpsLocked(condition, all, cancellable, &count, &beginsDelivery);
+        if (count > 0) {
+            status = PostWakeUpsLocked(condition, count);
+            if (status != VORN_OK && beginsDelivery) OpenGate(condition);
         }
         status = FirstFailure(status, VornMutexUnlock(&condition->unblockLock));
     }

@@ -201,7 +201,6 @@ proctype Waker()
     byte count;
     bool started;
     bool all;
-    bool posted;
 
     do
     :: atomic { callsLeft > 0 -> callsLeft-- };
@@ -211,17 +210,21 @@ proctype Waker()
         fi;
         count = 0;
         started = false;
+        if
+        :: atomic { blocked == 0 ->
+            /* Everybody who waits is promised a wake-up: the call returns without the lock. */
+            assert(waiting == owed) };
+            goto next
+        :: atomic { blocked > 0 -> skip }
+        fi;
         LOCK(lockHeld);
         if
         :: atomic { unblock > 0 ->
             assert((blocked > 0) == (waiting > owed));
             if
             :: blocked == 0
-            :: blocked > 0 && all -> count = blocked
-            :: blocked > 0 && !all -> count = 1
-            fi;
-            unblock = unblock + count;
-            blocked = blocked - count }
+            :: blocked > 0 -> count = (all -> blocked : 1)
+            fi }
         :: atomic { unblock == 0 && blocked > gone -> assert(waiting > 0) };
 #ifdef HOLE_WAKER_KEEPS_LOCK
             if
@@ -234,43 +237,37 @@ proctype Waker()
                 started = true;
                 blocked = blocked - gone;
                 gone = 0;
-                count = (all -> blocked : 1);
-                blocked = blocked - count;
-                unblock = count
+                count = (all -> blocked : 1)
             }
         :: atomic { unblock == 0 && blocked <= gone -> assert(waiting == 0) }
         fi;
 #ifdef HOLE_POST_AFTER_UNLOCK
-        Promise(count);
+        d_step { Promise(count); unblock = unblock + count; blocked = blocked - count };
         UNLOCK(lockHeld);
-        queue = queue + count
+        queue = queue + count;
 #else
         if
         :: count > 0 ->
-            atomic {
-                if
-                :: posted = true
-                :: failuresLeft > 0 -> failuresLeft--; posted = false
-                fi
-            };
             if
-            :: posted -> d_step { Promise(count); queue = queue + count }
-            :: !posted ->
-#ifndef HOLE_FAILED_POST_COUNTS
-                /* Nobody was woken: the counters become what they were. */
-                d_step { unblock = unblock - count; blocked = blocked + count };
+            :: d_step { Promise(count); queue = queue + count };
+                d_step { unblock = unblock + count; blocked = blocked - count }
+            :: atomic { failuresLeft > 0 -> failuresLeft-- };
+                /* Nobody was woken, and nothing was promised. */
+#ifdef HOLE_FAILED_POST_COUNTS
+                d_step { Promise(count); unblock = unblock + count; blocked = blocked - count }
+#else
                 if
                 :: started -> OPEN_GATE()
                 :: else
                 fi
-#else
-                d_step { Promise(count) }
 #endif
             fi
         :: else
         fi;
-        d_step { CHECK_COUNTERS(); assert(lockHeld); lockHeld = false }
+        d_step { CHECK_COUNTERS(); assert(lockHeld); lockHeld = false };
 #endif
+next:
+        skip
     :: callsLeft == 0 -> break
     od;
 cancelled:
