@@ -19,7 +19,8 @@
 
 namespace sync_test {
 
-constexpr DWORD kPatienceMs = 20000;
+// How long a thread may take before it is taken for hanging; the soak programs have more patience.
+inline DWORD patienceMs = 20000;
 
 // Ends the test program where a thread hangs: nothing after that would mean anything.
 inline void Require(bool happened, const char* what)
@@ -32,7 +33,7 @@ inline void Require(bool happened, const char* what)
 
 inline void Await(const vorn_test::Event& event, const char* what)
 {
-    Require(event.Wait(kPatienceMs), what);
+    Require(event.Wait(patienceMs), what);
 }
 
 // A thread that the library started.
@@ -54,7 +55,7 @@ public:
     // The exit value: null for a body that returned, all ones for a cancelled thread.
     void* Join()
     {
-        Require(vorn_test::WaitBounded(thread_->handle, kPatienceMs), "a thread to end");
+        Require(vorn_test::WaitBounded(thread_->handle, patienceMs), "a thread to end");
         void* result = nullptr;
         EXPECT_EQ(VornThreadJoin(std::exchange(thread_, nullptr), &result), VORN_OK);
         return result;
@@ -87,7 +88,7 @@ public:
 
     DWORD Join()
     {
-        Require(vorn_test::WaitBounded(handle_, kPatienceMs), "a foreign thread to end");
+        Require(vorn_test::WaitBounded(handle_, patienceMs), "a foreign thread to end");
         DWORD code = 0;
         GetExitCodeThread(handle_, &code);
         CloseHandle(std::exchange(handle_, nullptr));
