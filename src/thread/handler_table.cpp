@@ -83,7 +83,7 @@ FrameAction FollowActions(const uint8_t* action, const uint8_t* types, uint8_t t
         if (filter == 0) {
             found = FrameAction::kCleanup;
         } else if (filter < 0) {
-            // An exception specification: what it does not list ends the process.
+            // A list of the only exceptions allowed out: any other ends the process.
             return FrameAction::kTerminate;
         } else if (width == 0 || IsZero(types - filter * width, width)) {
             // The null type catches everything.

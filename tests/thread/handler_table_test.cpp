@@ -80,7 +80,7 @@ TEST(HandlerTable, FollowsTheChainOfActions)
     EXPECT_EQ(LookUpFrameAction(Table({{0, 5, 40, 3}}, actions, {0x1234}).data(), 2), FrameAction::kCleanup);
 }
 
-TEST(HandlerTable, AnExceptionSpecificationEndsTheProcess)
+TEST(HandlerTable, AListOfAllowedExceptionsEndsTheProcess)
 {
     EXPECT_EQ(LookUpFrameAction(Table({{0, 5, 40, 1}}, {0x7F, 0}, {0}).data(), 2), FrameAction::kTerminate);
 }
