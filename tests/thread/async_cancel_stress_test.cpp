@@ -30,6 +30,18 @@ TEST(AsyncCancelRepeated, LeavesNoHandleAndNoRecordAfter500Cancels)
     EXPECT_EQ(VornThreadKeyDelete(key), VORN_OK);
 }
 
+TEST(AsyncCancelRepeated, EndsAThreadAtWhateverInstructionItIs)
+{
+    VornThreadKey* key = nullptr;
+    ASSERT_EQ(VornThreadKeyCreate(&key, &FinaliseCase), VORN_OK);
+    const int anywhere = kTargetCount - 1;
+    for (int i = 0; i < 100; ++i) {
+        CancelOnce(kTargetsO0[anywhere], key, nullptr);
+        CancelOnce(kTargetsO2[anywhere], key, nullptr);
+    }
+    EXPECT_EQ(VornThreadKeyDelete(key), VORN_OK);
+}
+
 TEST(AsyncCancelRace, WithTheEndOfTheStartFunctionIsEitherCancelledOrTooLate)
 {
     int cancelled = 0;

@@ -87,3 +87,45 @@ TEST(AsyncCancelAdopted, EndsTheThreadAtOnceAndRunsItsHandlers)
     EXPECT_EQ(c.finalised, 1);
     EXPECT_EQ(VornThreadKeyDelete(c.key), VORN_OK);
 }
+
+// Functions that no unwinder can see through: they move the stack and have no unwind data.
+extern "C" void VornTestCallsWithoutUnwindData(AsyncCase* c);
+extern "C" void VornTestLoopsWithoutUnwindData(std::atomic<int>* entered);
+extern "C" void VornTestSpin(AsyncCase* c)
+{
+    VornTestLoopsWithoutUnwindData(&c->entered);
+}
+asm(R"(
+    .text
+    .globl VornTestCallsWithoutUnwindData
+VornTestCallsWithoutUnwindData:
+    subq    $56, %rsp
+    call    VornTestSpin
+    addq    $56, %rsp
+    ret
+    .globl VornTestLoopsWithoutUnwindData
+VornTestLoopsWithoutUnwindData:
+    subq    $56, %rsp
+    movq    $0, (%rsp)
+    movl    $1, (%rcx)
+1:  jmp     1b
+)");
+
+TEST(AsyncCancelUnfollowable, ReachesTheStartOfTheThreadWithoutTheUnwinder)
+{
+    AsyncCase c;
+    ASSERT_EQ(VornThreadKeyCreate(&c.key, &FinaliseCase), VORN_OK);
+    vorn_test::LibraryThread thread([&]() -> void* {
+        VornThreadCleanupPush([](void* p) { ++static_cast<AsyncCase*>(p)->cleaned; }, &c);
+        VornThreadSetSpecific(c.key, &c);
+        VornThreadSetCancelType(VORN_CANCEL_ASYNCHRONOUS, nullptr);
+        VornTestCallsWithoutUnwindData(&c);
+        return nullptr;
+    });
+    AwaitFlag(c.entered);
+    EXPECT_EQ(VornThreadCancel(thread.Thread()), VORN_OK);
+    EXPECT_EQ(thread.Join(), kCancelled);
+    EXPECT_EQ(c.cleaned, 1);
+    EXPECT_EQ(c.finalised, 1);
+    EXPECT_EQ(VornThreadKeyDelete(c.key), VORN_OK);
+}
