@@ -78,11 +78,106 @@ HeapFault BlockWalk::ReadBlock() noexcept
 
 namespace {
 
-// The free tree from the smallest block to the largest, without recursion: it climbs by the parent links,
-// each of which was found equal to the way down. The way up is as long as the way down was.
-class TreeWalk {
+// What a walk over the whole free tree found.
+struct TreeTotals {
+    uint64_t sum = 0;  // of the blocks' sizes
+    uint64_t nodes = 0;
+};
+
+// Looks at the nodes from the root down, a few at a time: while one is looked at, the next ones are on their
+// way from memory, for in a large heap each node is a cache miss. What is still to be visited stands on a
+// short stack; a tree that needs a longer one is not balanced, and the walk gives up: see ThinTreeWalk.
+class WideTreeWalk {
 public:
-    explicit TreeWalk(const HeapArea& area) noexcept : area_(area) {}
+    explicit WideTreeWalk(const HeapArea& area) noexcept : area_(area) {}
+
+    // False when the walk gave up.
+    bool Run() noexcept
+    {
+        const uint64_t root = area_.Header().root;
+        if (root != kNilNode) stack_[stacked_++] = {root, 0, 0, ~uint64_t{0}, kBlack};
+        while (verdict_.fault == HeapFault::kNone) {
+            while (coming_ < kComing && stacked_ != 0) Fetch(stack_[--stacked_]);
+            if (coming_ == 0) return true;
+            const Visit visit = ring_[first_];
+            first_ = (first_ + 1) % kComing;
+            --coming_;
+            if (verdict_.fault == HeapFault::kNone && !Look(visit)) return false;
+        }
+        return true;
+    }
+
+    const HeapVerdict& Verdict() const noexcept { return verdict_; }
+    const TreeTotals& Totals() const noexcept { return totals_; }
+
+private:
+    struct Visit {
+        uint64_t block;
+        uint64_t parent;  // 0 for the root
+        uint64_t least;   // sizes that the block may have where it stands
+        uint64_t most;
+        uint32_t parentColour;
+    };
+    static constexpr unsigned kComing = 16;
+    static constexpr unsigned kStack = 256;
+
+    void Fail(HeapFault fault, uint64_t offset) noexcept
+    {
+        if (verdict_.fault == HeapFault::kNone) verdict_ = {fault, offset};
+    }
+
+    void Fetch(const Visit& visit) noexcept
+    {
+        if (!area_.HoldsNode(visit.block)) {
+            Fail(HeapFault::kTreeLink, visit.parent == 0 ? offsetof(HeapHeader, root) : visit.parent);
+            return;
+        }
+        // A node may lie across two cache lines.
+        __builtin_prefetch(area_.Bytes(visit.block));
+        __builtin_prefetch(area_.Bytes(visit.block + kSmallestBlock - 1));
+        ring_[(first_ + coming_++) % kComing] = visit;
+    }
+
+    bool Look(const Visit& visit) noexcept
+    {
+        const TreeNode& node = area_.Node(visit.block);
+        const uint64_t size = LinkOffset(area_.Block(visit.block).nextLink) - visit.block;
+        const uint64_t left = node.child[kLeft];
+        const uint64_t right = node.child[kRight];
+        const uint32_t colour = node.colour;
+        if (node.parent != visit.parent || ++totals_.nodes > area_.MostNodes() ||
+            (left == right && left != kNilNode) || size > area_.EndBlock() - visit.block ||
+            size < kSmallestBlock)
+        {
+            Fail(HeapFault::kTreeLink, visit.block);
+        } else if (colour > kRed || (colour == kRed && visit.parentColour == kRed)) {
+            Fail(HeapFault::kTreeColour, visit.block);
+        } else if (size < visit.least || size > visit.most) {
+            Fail(HeapFault::kTreeOrder, visit.block);
+        }
+        totals_.sum += size;
+        if (stacked_ + 2 > kStack) return false;
+        if (right != kNilNode) stack_[stacked_++] = {right, visit.block, size, visit.most, colour};
+        if (left != kNilNode) stack_[stacked_++] = {left, visit.block, visit.least, size, colour};
+        return true;
+    }
+
+    const HeapArea& area_;
+    HeapVerdict verdict_;
+    TreeTotals totals_;
+    unsigned stacked_ = 0;
+    unsigned first_ = 0;
+    unsigned coming_ = 0;
+    Visit ring_[kComing];
+    Visit stack_[kStack];
+};
+
+// The free tree from the smallest block to the largest, with no memory of its own: it climbs by the parent
+// links, each of which was found equal to the way down. The way up is as long as the way down was. This is
+// the walk for a tree of any depth, slow in a large heap.
+class ThinTreeWalk {
+public:
+    explicit ThinTreeWalk(const HeapArea& area) noexcept : area_(area) {}
 
     HeapVerdict Run() noexcept
     {
@@ -117,8 +212,7 @@ public:
         }
     }
 
-    uint64_t Sum() const noexcept { return sum_; }
-    uint64_t Nodes() const noexcept { return nodes_; }
+    TreeTotals Totals() const noexcept { return {sum_, nodes_}; }
 
 private:
     HeapVerdict Fail(HeapFault fault, uint64_t offset) noexcept
@@ -135,7 +229,6 @@ private:
             return false;
         }
         const TreeNode& node = area_.Node(block);
-        __builtin_prefetch(area_.Bytes(area_.HoldsNode(node.child[kRight]) ? node.child[kRight] : block));
         const uint32_t colour = node.colour;
         if (node.parent != parent || ++nodes_ > area_.MostNodes()) Fail(HeapFault::kTreeLink, block);
         if (colour > kRed || (colour == kRed && parentColour == kRed)) Fail(HeapFault::kTreeColour, block);
@@ -167,13 +260,26 @@ private:
     uint64_t sum_ = 0;
 };
 
+HeapVerdict WalkTree(const HeapArea& area, TreeTotals* totals) noexcept
+{
+    WideTreeWalk wide(area);
+    if (wide.Run()) {
+        *totals = wide.Totals();
+        return wide.Verdict();
+    }
+    ThinTreeWalk thin(area);
+    const HeapVerdict verdict = thin.Run();
+    *totals = thin.Totals();
+    return verdict;
+}
+
 }  // namespace
 
 HeapVerdict SumFreeTree(const HeapArea& area, uint64_t* sum) noexcept
 {
-    TreeWalk walk(area);
-    const HeapVerdict verdict = walk.Run();
-    *sum = walk.Sum();
+    TreeTotals totals;
+    const HeapVerdict verdict = WalkTree(area, &totals);
+    *sum = totals.sum;
     return verdict;
 }
 
@@ -189,10 +295,10 @@ HeapVerdict CheckHeap(const HeapArea& area) noexcept
     }
     if (blocks.Fault() != HeapFault::kNone) return {blocks.Fault(), blocks.Offset()};
 
-    TreeWalk tree(area);
-    const HeapVerdict verdict = tree.Run();
+    TreeTotals totals;
+    const HeapVerdict verdict = WalkTree(area, &totals);
     if (verdict.fault != HeapFault::kNone) return verdict;
-    if (tree.Sum() != freeSum || tree.Nodes() != freeBlocks) {
+    if (totals.sum != freeSum || totals.nodes != freeBlocks) {
         return {HeapFault::kTreeIncomplete, offsetof(HeapHeader, root)};
     }
     return {};

@@ -33,7 +33,7 @@ struct HeapVerdict {
     uint64_t offset = 0;  // of the block, node or header field where the first fault was met
 };
 
-// Every structural rule. Reads the area once or twice and needs no memory of its own, however the tree looks.
+// Every structural rule. Needs a fixed amount of stack and no other memory, however the tree looks.
 HeapVerdict CheckHeap(const HeapArea& area) noexcept;
 
 // Adds up the full sizes of the blocks in the free tree while it checks the tree.

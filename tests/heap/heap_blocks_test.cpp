@@ -350,3 +350,45 @@ TEST_F(HeapBlocks, AVeryDeepTreeIsCheckedWithoutRecursion)
     EXPECT_EQ(sum, count * blockSize);
     EXPECT_NE(area.Allocate(10), 0u);
 }
+
+TEST_F(HeapBlocks, AVeryDeepTreeWithLeavesOnTheWayIsCheckedToTheEnd)
+{
+    // A chain of left children, each with a leaf to its right; all blocks of one size, so that any order is
+    // right.
+    const uint64_t count = 20001;
+    const uint64_t blockSize = 96;
+    const uint64_t total = 168 + count * 2 * blockSize + 32;
+    TestArea area(total);
+    uint8_t* bytes = area.Bytes();
+    const auto freeBlock = [](uint64_t i) { return 168 + i * 2 * 96; };
+    uint64_t previous = 136;
+    for (uint64_t i = 0; i < count * 2; ++i) {
+        const uint64_t block = 168 + i * blockSize;
+        const bool free = i % 2 == 0;
+        Write64(bytes, block, (block + blockSize) | (free || i + 1 == count * 2 ? 1 : 0));
+        Write64(bytes, block + 8, previous | (free ? 1 : 0));
+        Write32(bytes, block + 16, 0xBEBAFECA);
+        Write64(bytes, block + 24, 0);
+        previous = block;
+    }
+    Write64(bytes, total - 32 + 8, previous | 1);
+    for (uint64_t i = 0; i < count; ++i) {
+        const uint64_t node = freeBlock(i);
+        const bool hasChildren = i % 2 == 0 && i + 2 < count;
+        Write64(bytes, node + 32, i == 0 ? 0 : freeBlock(i % 2 == 0 ? i - 2 : i - 1));
+        Write64(bytes, node + 40, hasChildren ? freeBlock(i + 2) : 72);
+        Write64(bytes, node + 48, hasChildren ? freeBlock(i + 1) : 72);
+        Write32(bytes, node + 56, 0);
+    }
+    EXPECT_EQ(CheckHeap(area.Area()).fault, HeapFault::kNone);
+    uint64_t sum = 0;
+    EXPECT_EQ(SumFreeTree(area.Area(), &sum).fault, HeapFault::kNone);
+    EXPECT_EQ(sum, count * blockSize);
+
+    Write32(bytes, freeBlock(count - 1) + 56, 2);  // the colour of the deepest node
+    EXPECT_EQ(CheckHeap(area.Area()).fault, HeapFault::kTreeColour);
+    EXPECT_EQ(CheckHeap(area.Area()).offset, freeBlock(count - 1));
+    Write32(bytes, freeBlock(count - 1) + 56, 0);
+    Write64(bytes, freeBlock(count - 1) + 40, freeBlock(0));  // and a ring
+    EXPECT_EQ(CheckHeap(area.Area()).fault, HeapFault::kTreeLink);
+}
