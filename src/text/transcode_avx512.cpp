@@ -289,22 +289,23 @@ size_t CountUtf16(const wchar_t* src, size_t length)
 {
     size_t count = length;
     for (size_t read = 0; read < length; read += 32) {
-        if (kAsUtf8) {
-            // ASCII adds nothing to the number of units.
-            while (length - read >= 128 && IsAscii(src + read)) read += 128;
-            if (read == length) break;
-        }
         const size_t left = length - read;
         const __m512i units =
             left >= 32 ? Load(src + read)
                        : _mm512_maskz_loadu_epi16(static_cast<__mmask32>(LowBits(left)), src + read);
-        const size_t pairs = CountPairs(units, src + read, left);
         if (kAsUtf8) {
-            // Each half of a pair is counted as three bytes and stands for two.
-            count += Bits(_mm512_cmpge_epu16_mask(units, Word(0x80))) +
-                     Bits(_mm512_cmpge_epu16_mask(units, Word(0x800))) - 2 * pairs;
+            const uint32_t from80 = _mm512_cmpge_epu16_mask(units, Word(0x80));
+            if (from80 == 0) {
+                // ASCII adds nothing, and more of it is likely.
+                while (length - read >= 32 + 128 && IsAscii(src + read + 32)) read += 128;
+                continue;
+            }
+            const uint32_t from800 = _mm512_cmpge_epu16_mask(units, Word(0x800));
+            count += Bits(from80) + Bits(from800);
+            // Each half of a pair has been counted as three bytes and stands for two.
+            if (from800 != 0) count -= 2 * CountPairs(units, src + read, left);
         } else {
-            count -= pairs;
+            count -= CountPairs(units, src + read, left);
         }
     }
     return count;
