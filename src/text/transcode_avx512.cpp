@@ -42,12 +42,10 @@ struct Utf16Block {
         const uint32_t high = surrogates & ~low;
         pairHighs = high & low >> 1;
         pairLows = low & high << 1;
-        uint32_t lone = surrogates & ~(pairHighs | pairLows);
-        if (left > 32 && high >> 31 != 0) {
-            // Its other half may begin the next block.
-            length = 31;
-            lone &= 0x7FFFFFFF;
-        }
+        // The other half of a high surrogate at the very end may begin the next block.
+        const uint32_t deferred = left > 32 ? high >> 31 : 0;
+        length -= deferred;
+        const uint32_t lone = surrogates & ~(pairHighs | pairLows | deferred << 31);
         units = _mm512_mask_mov_epi16(units, lone, Word(kReplacement));
     }
 
@@ -169,18 +167,18 @@ Converted Utf16ToUtf8(const wchar_t* src, size_t length, uint8_t* dst, size_t ro
         const uint32_t pairs = block.pairHighs | block.pairLows;
         if (pairs != 0) {
             const __m512i bytes = PairBytes(block);
-            const __m512i unused = Dword(0xFFFF0000);
-            first = _mm512_mask_or_epi32(first, static_cast<__mmask16>(pairs), unused,
+            const __m512i unusedHalf = Dword(0xFFFF0000);
+            first = _mm512_mask_or_epi32(first, static_cast<__mmask16>(pairs), unusedHalf,
                                          _mm512_cvtepu16_epi32(Lower(bytes)));
-            second = _mm512_mask_or_epi32(second, static_cast<__mmask16>(pairs >> 16), unused,
+            second = _mm512_mask_or_epi32(second, static_cast<__mmask16>(pairs >> 16), unusedHalf,
                                           _mm512_cvtepu16_epi32(Upper(bytes)));
         }
-        uint64_t keptFirst = _mm512_cmpneq_epu8_mask(first, Byte(kUnused));
-        uint64_t keptSecond = _mm512_cmpneq_epu8_mask(second, Byte(kUnused));
-        if (block.length < 32) {
-            keptFirst &= LowBits(4 * block.length);
-            keptSecond &= block.length > 16 ? LowBits(4 * block.length - 64) : 0;
-        }
+        const uint32_t inText = static_cast<uint32_t>(LowBits(block.length));
+        const __m512i unused = Dword(0xFFFFFFFF);
+        first = _mm512_mask_mov_epi32(unused, static_cast<__mmask16>(inText), first);
+        second = _mm512_mask_mov_epi32(unused, static_cast<__mmask16>(inText >> 16), second);
+        const uint64_t keptFirst = _mm512_cmpneq_epu8_mask(first, Byte(kUnused));
+        const uint64_t keptSecond = _mm512_cmpneq_epu8_mask(second, Byte(kUnused));
         const size_t inFirst = Bits(keptFirst);
         const size_t inSecond = Bits(keptSecond);
         if (inFirst + inSecond > left) break;
