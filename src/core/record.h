@@ -39,6 +39,7 @@ class Buffer {
 public:
     Buffer() noexcept = default;
     explicit Buffer(size_t count) noexcept
+        // NOLINTNEXTLINE(bugprone-sizeof-expression): elements may be pointers
         : data_(count > SIZE_MAX / sizeof(T) ? nullptr : static_cast<T*>(std::malloc(count * sizeof(T))))
     {}
     Buffer(const Buffer&) = delete;

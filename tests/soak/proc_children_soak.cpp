@@ -23,7 +23,8 @@ TEST_F(ProcChildrenSoak, AThousandShortLivedChildrenLeaveNoHandle)
         VornPPid* children[kAtATime];
         for (uint32_t i = 0; i < kAtATime; ++i) {
             children[i] = StartChild(L"ReturnsItsArgument", std::to_wstring(next + i));
-            ASSERT_NE(children[i], nullptr) << VornStatusName(VornGetLastError());
+            ASSERT_NE(children[i], nullptr)
+                << VornStatusName(VornGetLastError()) << ", error " << GetLastError();
         }
         for (uint32_t i = 0; i < kAtATime; ++i, ++next) {
             ASSERT_EQ(VornProcWaitForTerm(children[i], 120000), VORN_OK);
