@@ -183,5 +183,5 @@ TEST(BarrierWait, ReportsAFailedWaitAndAFailedRelease)
 
 TEST(BarrierStress, NobodyLeavesAPhaseBeforeAllHaveArrived)
 {
-    EXPECT_EQ(BarrierRun(8, 400), "");
+    EXPECT_EQ(BarrierRun(8, 10000), "");
 }

@@ -164,6 +164,7 @@ inline std::string ReadersAndWritersRun(int readers, int writers, int rounds, ui
     std::atomic<int> wrong{0};
     std::atomic<int> inside{0};
     std::atomic<uint64_t> written{0};
+    vorn_test::Event start;
     const auto check = [&](bool holds) {
         if (!holds) ++wrong;
     };
@@ -172,6 +173,7 @@ inline std::string ReadersAndWritersRun(int readers, int writers, int rounds, ui
         for (int r = 0; r < readers; ++r) {
             threads.push_back(std::make_unique<LibraryThread>([&, own = seed + static_cast<uint64_t>(r)] {
                 Random random(own);
+                Await(start, "the start");
                 for (int i = 0; i < rounds; ++i) {
                     const bool tries = random.Below(4) == 0;
                     const VornStatus status =
@@ -179,6 +181,8 @@ inline std::string ReadersAndWritersRun(int readers, int writers, int rounds, ui
                     check(status == VORN_OK || (tries && status == VORN_E_BUSY));
                     if (status != VORN_OK) continue;
                     ++inside;
+                    // Somebody else finds the lock taken.
+                    if (random.Below(32) == 0) VornThreadYield();
                     for (size_t w = 0; w < kWords; ++w) check(record[w] == record[0] * (w + 1));
                     --inside;
                     check(VornRWLockUnlock(&lock) == VORN_OK);
@@ -189,6 +193,7 @@ inline std::string ReadersAndWritersRun(int readers, int writers, int rounds, ui
             threads.push_back(
                 std::make_unique<LibraryThread>([&, own = seed + 1000 + static_cast<uint64_t>(w)] {
                     Random random(own);
+                    Await(start, "the start");
                     for (int i = 0; i < rounds; ++i) {
                         const bool tries = random.Below(4) == 0;
                         const VornStatus status =
@@ -196,6 +201,7 @@ inline std::string ReadersAndWritersRun(int readers, int writers, int rounds, ui
                         check(status == VORN_OK || (tries && status == VORN_E_BUSY));
                         if (status != VORN_OK) continue;
                         check(inside == 0);
+                        if (random.Below(32) == 0) VornThreadYield();
                         const uint64_t value = record[0] + 1;
                         for (size_t word = 0; word < kWords; ++word) record[word] = value * (word + 1);
                         ++written;
@@ -203,6 +209,7 @@ inline std::string ReadersAndWritersRun(int readers, int writers, int rounds, ui
                     }
                 }));
         }
+        start.Set();
     }
     check(record[0] == written);
     check(VornRWLockDestroy(&lock) == VORN_OK);
@@ -210,12 +217,13 @@ inline std::string ReadersAndWritersRun(int readers, int writers, int rounds, ui
     return "seed " + std::to_string(seed) + ": " + std::to_string(wrong.load()) + " wrong";
 }
 
-// Waiters with every kind of time-out, some of them cancelled, under signals and broadcasts. The tokens that
+// Waiters with every kind of time-out under signals and broadcasts. The tokens that
 // are handed out under the mutex must all be taken, and nobody may be left asleep at the end.
 inline std::string WakeUpRun(int waiters, uint32_t tokens, uint64_t seed)
 {
     VornMutex* mutex = VORN_MUTEX_INITIALIZER;
     VornCondition* condition = VORN_CONDITION_INITIALIZER;
+    VornCondition* drained = VORN_CONDITION_INITIALIZER;
     uint32_t available = 0;
     uint32_t taken = 0;
     std::atomic<int> wrong{0};
@@ -230,7 +238,7 @@ inline std::string WakeUpRun(int waiters, uint32_t tokens, uint64_t seed)
                 check(VornMutexLock(&mutex) == VORN_OK);
                 while (taken < tokens) {
                     if (available > 0) {
-                        --available;
+                        if (--available == 0) check(VornConditionSignal(&drained) == VORN_OK);
                         if (++taken == tokens) check(VornConditionBroadcast(&condition) == VORN_OK);
                         continue;
                     }
@@ -246,6 +254,8 @@ inline std::string WakeUpRun(int waiters, uint32_t tokens, uint64_t seed)
             const uint32_t count = random.Below(8) == 0 ? 3 : 1;
             const uint32_t now = count < tokens - given ? count : tokens - given;
             check(VornMutexLock(&mutex) == VORN_OK);
+            // One handful at a time, so that the others have reason to wait.
+            while (available > 0) check(VornConditionWait(&drained, &mutex) == VORN_OK);
             available += now;
             given += now;
             check(VornMutexUnlock(&mutex) == VORN_OK);
@@ -260,6 +270,7 @@ inline std::string WakeUpRun(int waiters, uint32_t tokens, uint64_t seed)
     check(taken == tokens && available == 0);
     if (condition != VORN_CONDITION_INITIALIZER) ExpectAtRest(condition);
     check(VornConditionDestroy(&condition) == VORN_OK);
+    check(VornConditionDestroy(&drained) == VORN_OK);
     check(VornMutexDestroy(&mutex) == VORN_OK);
     if (wrong == 0) return "";
     return "seed " + std::to_string(seed) + ": " + std::to_string(wrong.load()) + " wrong";

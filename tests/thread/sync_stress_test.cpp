@@ -19,5 +19,5 @@ TEST(SyncStress, EveryWakeUpFindsAWaiter)
 
 TEST(SyncStress, WritersAreAloneAndReadersSeeWholeRecords)
 {
-    EXPECT_EQ(ReadersAndWritersRun(5, 3, 2000, GetTickCount64()), "");
+    EXPECT_EQ(ReadersAndWritersRun(5, 3, 20000, GetTickCount64()), "");
 }
