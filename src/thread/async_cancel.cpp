@@ -65,6 +65,9 @@ bool FindBarrier(CancelUnwind* unwind, bool* reachesStart) noexcept
     *context = unwind->from;
     bool anythingToRun = false;
     for (bool innermost = true;; innermost = false) {
+        // Unwinding enters at the first frame that has something to run, and so never at one that is
+        // interrupted in its prologue or epilogue, where its frame cannot be told apart from its caller's.
+        if (!anythingToRun) unwind->from = *context;
         Frame frame = {};
         // The start routine's own frame may fail the bounds of the step out of it; what counts is its region.
         const bool followed = StepOut(unwind, context, innermost, &frame);
