@@ -89,20 +89,39 @@ bool WatchWorkers(Crew* crew, SharedIndex* index, bool progress)
 uint32_t ReportFiles(const WordTable& table)
 {
     uint32_t counted = 0;
+    uint32_t inPart = 0;
+    uint32_t unread = 0;
     for (uint32_t i = 0; const FileEntry* file = table.FileAt(i); ++i) {
         const wchar_t* name = table.NameOf(*file);
-        const int32_t state = file->state;
-        if (state == kFileCounted || state == kFileIllFormed) ++counted;
-        if (state == kFileIllFormed) {
-            Complain(name, "not all of it is UTF-8; the rest is counted", VORN_E_CONVERSION);
-        } else if (state == kFileFailed && file->status == VORN_E_STOPPED) {
-            Complain(name, "its worker was ended; it is not counted, or only in part", VORN_E_STOPPED);
-        } else if (state == kFileFailed && file->status == VORN_E_NO_MEMORY) {
-            Complain(name, "the heap has no room for all of its words; -m makes it larger", VORN_E_NO_MEMORY);
-        } else if (state == kFileFailed) {
-            Complain(name, file->status);
+        switch (file->state) {
+            case kFileCounted:
+                ++counted;
+                break;
+            case kFileIllFormed:
+                ++counted;
+                Complain(name, "not all of it is UTF-8; the rest is counted", VORN_E_CONVERSION);
+                break;
+            case kFileFailed:
+                if (file->status == VORN_E_NO_MEMORY) {
+                    ++inPart;
+                } else if (file->status == VORN_E_STOPPED) {
+                    Complain(name, "its worker was ended; it is not counted, or only in part",
+                             VORN_E_STOPPED);
+                } else {
+                    Complain(name, file->status);
+                }
+                break;
+            default:
+                ++unread;
         }
     }
+    if (inPart != 0) {
+        Complain(L"files counted in part: " + std::to_wstring(inPart),
+                 "the heap has no room for all words; -m makes it larger", VORN_E_NO_MEMORY);
+    }
+    if (unread != 0)
+        Complain(L"files not counted: " + std::to_wstring(unread), "they were not read any more",
+                 VORN_E_STOPPED);
     return counted;
 }
 

@@ -72,8 +72,6 @@ struct IndexHeader {
     std::atomic<int32_t> filesDone;
     std::atomic<int32_t> kibDone;  // KiB of the files done
     std::atomic<int32_t> stop;     // not 0: take no further file
-    std::atomic<int32_t> heapFull;
-    uint32_t unused;
     StripeState stripes[kStripes];
     WorkerState workers[kMostWorkers];
 };

@@ -131,20 +131,25 @@ VornStatus SharedIndex::Open(const std::wstring& name, uint64_t heapBytes)
     return table_->Valid() ? VORN_OK : VORN_E_BAD_DATA;
 }
 
-uint64_t SharedIndex::AllocatePiece(void* context, uint64_t bytes)
+uint64_t SharedIndex::AllocatePiece(Arena* arena, uint64_t bytes)
 {
-    const auto* source = static_cast<ArenaSource*>(context);
-    const InsideHeap inside(source->index->Header().workers[source->worker]);
-    if (VornHeapFreeMaxBlk(source->index->heap_) < bytes + kHeapReserve) return 0;
-    return VornHeapAlloc(source->index->heap_, bytes);
+    const auto* index = static_cast<SharedIndex*>(arena->owner);
+    const InsideHeap inside(index->Header().workers[arena->worker]);
+    const bool hasRoom = VornHeapFreeMaxBlk(index->heap_) >= bytes + kHeapReserve;
+    const uint64_t offset = hasRoom ? VornHeapAlloc(index->heap_, bytes) : 0;
+    if (offset == 0) {
+        const VornStatus status = VornGetLastError();
+        arena->failure = status != VORN_OK ? status : VORN_E_NO_MEMORY;
+    }
+    return offset;
 }
 
 Arena SharedIndex::MakeArena(int32_t worker)
 {
-    source_ = {this, worker};
     Arena arena;
     arena.allocate = &AllocatePiece;
-    arena.context = &source_;
+    arena.owner = this;
+    arena.worker = worker;
     return arena;
 }
 

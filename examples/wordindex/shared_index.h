@@ -42,21 +42,15 @@ public:
     bool ReleaseLocksOf(int32_t worker);
 
 private:
-    struct ArenaSource {
-        SharedIndex* index;
-        int32_t worker;
-    };
-
     VornStatus OpenHeap(const std::wstring& name, uint64_t heapBytes);
     VornStatus OpenSemaphores(const std::wstring& name, int32_t flags);
     VornStatus LayOut(const std::vector<FoundFile>& files);
     uint64_t AllocateAligned(uint64_t bytes);
-    static uint64_t AllocatePiece(void* context, uint64_t bytes);
+    static uint64_t AllocatePiece(Arena* arena, uint64_t bytes);
 
     VornHeap* heap_ = nullptr;
     uint64_t heapBytes_ = 0;
     VornSemaphore* semaphores_[kStripes] = {};
-    ArenaSource source_{};
     std::unique_ptr<WordTable> table_;
 };
 

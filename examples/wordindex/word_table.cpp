@@ -17,7 +17,7 @@ uint64_t AlignUp(uint64_t value)
 uint64_t TakeFrom(Arena* arena, uint64_t bytes)
 {
     if (arena->end - arena->next < bytes) {
-        const uint64_t piece = arena->allocate(arena->context, kArenaPiece);
+        const uint64_t piece = arena->allocate(arena, kArenaPiece);
         if (piece == 0) return 0;
         // What the heap gives may begin at any byte.
         arena->next = AlignUp(piece);
@@ -82,7 +82,7 @@ VornStatus WordTable::Add(const wchar_t* word, uint32_t length, uint32_t hash, u
     StripeState& stripe = header_->stripes[StripeOf(hash)];
     if (entry == nullptr) {
         const uint64_t offset = TakeFrom(arena, AlignUp(sizeof(WordEntry) + length * sizeof(wchar_t)));
-        if (offset == 0) return VORN_E_NO_MEMORY;
+        if (offset == 0) return arena->failure;
         if (!Contains(offset, sizeof(WordEntry) + length * sizeof(wchar_t))) return VORN_E_BAD_DATA;
         std::atomic<uint64_t>& first = Buckets()[hash & (header_->bucketCount - 1)];
         entry = reinterpret_cast<WordEntry*>(base_ + offset);

@@ -16,9 +16,11 @@ namespace wordindex {
 struct Arena {
     uint64_t next = 0;  // offset of the free part of the current piece
     uint64_t end = 0;
-    // Gives the offset of `size` more bytes, or 0.
-    uint64_t (*allocate)(void* context, uint64_t size) = nullptr;
-    void* context = nullptr;
+    // Gives the offset of `size` more bytes; 0, with the reason in `failure`, when there are none.
+    uint64_t (*allocate)(Arena* arena, uint64_t size) = nullptr;
+    void* owner = nullptr;  // for `allocate`
+    int32_t worker = kNobody;
+    VornStatus failure = VORN_OK;
 };
 constexpr uint64_t kArenaPiece = 64 * 1024;
 
@@ -30,7 +32,7 @@ public:
     bool Valid() const { return header_ != nullptr; }
     IndexHeader* Header() const { return header_; }
 
-    // Counts `count` more of a word. VORN_OK; VORN_E_NO_MEMORY there is no room for a new word;
+    // Counts `count` more of a word. VORN_OK; the arena's failure, such as VORN_E_NO_MEMORY;
     // VORN_E_BAD_DATA the table is damaged.
     VornStatus Add(const wchar_t* word, uint32_t length, uint32_t hash, uint32_t count, Arena* arena);
 

@@ -60,10 +60,8 @@ public:
         for (const Part& part : files_) part.file->state = kFileMerging;
         IndexHeader& header = job_.index->Header();
         const VornStatus merged = job_.index->Merge(counter_, job_.worker, &arena_);
-        if (merged != VORN_OK) {
-            if (merged == VORN_E_NO_MEMORY) header.heapFull = 1;
-            header.stop = 1;
-        }
+        // A full heap still counts the words that it has.
+        if (merged != VORN_OK && merged != VORN_E_NO_MEMORY) header.stop = 1;
         for (const Part& part : files_) {
             const VornStatus status = part.result.status != VORN_OK ? part.result.status : merged;
             part.file->status = status;

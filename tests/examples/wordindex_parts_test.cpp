@@ -51,14 +51,17 @@ public:
         header->filesOffset = header->bucketsOffset + buckets * 8;
         header->fileCount = 1;
         used_ = header->filesOffset + sizeof(FileEntry);
-        arena.allocate = [](void* context, uint64_t bytes) -> uint64_t {
-            auto* area = static_cast<TableArea*>(context);
-            if (area->size_ - area->used_ < bytes + 1) return 0;
+        arena.allocate = [](Arena* taker, uint64_t bytes) -> uint64_t {
+            auto* area = static_cast<TableArea*>(taker->owner);
+            if (area->size_ - area->used_ < bytes + 1) {
+                taker->failure = VORN_E_NO_MEMORY;
+                return 0;
+            }
             const uint64_t offset = area->used_ + 1;  // as unaligned as a heap may be
             area->used_ += bytes + 1;
             return offset;
         };
-        arena.context = this;
+        arena.owner = this;
     }
 
     uint8_t* Bytes() const { return reinterpret_cast<uint8_t*>(memory_.get()); }

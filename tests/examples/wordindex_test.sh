@@ -83,7 +83,7 @@ expect_code 2 'no arguments'
 perl -e 'open my $f, ">", "large.txt"; print $f "word$_ unique$_\n" for 1 .. 40000'
 wordindex -m 1 -o small large.txt
 expect_code 1 'a heap that is too small'
-expect_line 'large.txt: the heap has no room for all of its words; -m makes it larger (VORN_E_NO_MEMORY)' 'a small heap'
+expect_line 'files counted in part: 1: the heap has no room for all words; -m makes it larger (VORN_E_NO_MEMORY)' 'a small heap'
 wordindex --image small --all
 expect_code 0 'the image of a small heap'
 [ "$(wc -l <out)" -gt 5000 ] || fail 'the small heap holds too little'

@@ -382,6 +382,21 @@ TEST_F(ProcCreate, KeepsTheHandleOfAProcessItWaitedFor)
     EXPECT_EQ(close.Calls(), 1);
 }
 
+TEST_F(ProcCreate, CountsAProcessItWaitedForAsEndedWhateverTheSystemAnswers)
+{
+    VornPPid* ppid = nullptr;
+    {
+        const FailingCall fail(kGetExitCodeProcess);
+        ppid = StartChild(L"ReturnsItsArgument", L"5", 1);
+        EXPECT_EQ(fail.Failures(), 1);
+    }
+    ASSERT_NE(ppid, nullptr);
+    uint32_t code = 99;
+    EXPECT_EQ(VornProcGetExitCode(ppid, &code), VORN_OK);
+    EXPECT_EQ(code, 0u);
+    EXPECT_EQ(VornProcFreePPid(ppid), VORN_OK);
+}
+
 TEST_F(ProcCreate, ClosesTheProcessWhenItCannotBeRegistered)
 {
     VornProcFreePPid(StartChild(L"ReturnsItsArgument", L"0", 1));
