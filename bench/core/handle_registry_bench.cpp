@@ -1,12 +1,11 @@
 // handle_registry_bench.cpp - what validating a handle costs beside an uncontended lock and unlock, and how
 // that grows with the number of live handles. The registry's code is compiled in; its mutex is the module's.
 
-#include "core/handle_registry.h"
-
 #include <vorn/sync.h>
 
-#include <benchmark/benchmark.h>
+#include "core/handle_registry.h"
 
+#include <benchmark/benchmark.h>
 #include <cstdlib>
 #include <random>
 #include <vector>

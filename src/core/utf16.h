@@ -1,4 +1,5 @@
-// utf16.h - lengths of zero-terminated UTF-16 text, where the C library's wide functions may count 4-byte units.
+// utf16.h - lengths of zero-terminated UTF-16 text, where the C library's wide functions may count 4-byte
+// units.
 #ifndef VORN_CORE_UTF16_H
 #define VORN_CORE_UTF16_H
 
