@@ -47,11 +47,17 @@ struct FileEntry {
 };
 static_assert(sizeof(FileEntry) == 32);
 
+// Lock word:  kUnlocked 0;  a worker's number plus 1, held by it;  with kAwaited, held, a thread may sleep.
+// Who holds the lock stands in the word that locks, so that the lock of a killed worker can be given on at
+// whatever instruction it was killed. The stripe's semaphore only wakes who sleeps: a post too many does
+// no harm, and one that a killed worker owed or had taken is made good by the parent.
+constexpr int32_t kUnlocked = 0;
+constexpr int32_t kAwaited = 0x40000000;
+
 struct StripeState {
     uint64_t distinctWords;
     uint64_t allWords;
-    // The worker that holds the stripe's lock, so that the lock of one that was killed can be given on.
-    std::atomic<int32_t> owner;
+    std::atomic<int32_t> lock;
     uint32_t unused;
 };
 

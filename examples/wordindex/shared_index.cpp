@@ -68,7 +68,7 @@ VornStatus SharedIndex::OpenSemaphores(const std::wstring& name, int32_t flags)
     const std::string stem(name.begin(), name.end());
     for (uint32_t i = 0; i < kStripes; ++i) {
         const std::string semaphore = stem + "-stripe-" + std::to_string(i);
-        const VornStatus status = VornSemaphoreOpen(&semaphores_[i], semaphore.c_str(), flags, 1, nullptr);
+        const VornStatus status = VornSemaphoreOpen(&semaphores_[i], semaphore.c_str(), flags, 0, nullptr);
         if (status != VORN_OK) return status;
     }
     return VORN_OK;
@@ -106,7 +106,6 @@ VornStatus SharedIndex::LayOut(const std::vector<FoundFile>& files)
     header->fileCount = static_cast<uint32_t>(files.size());
     header->bucketsOffset = bucketsOffset;
     header->filesOffset = filesOffset;
-    for (StripeState& stripe : header->stripes) stripe.owner = kNobody;
     header->magic = kMagic;
     return VORN_OK;
 }
@@ -153,6 +152,28 @@ Arena SharedIndex::MakeArena(int32_t worker)
     return arena;
 }
 
+VornStatus SharedIndex::LockStripe(uint32_t stripe, int32_t worker)
+{
+    std::atomic<int32_t>& lock = Header().stripes[stripe].lock;
+    const int32_t own = worker + 1;
+    int32_t seen = kUnlocked;
+    if (lock.compare_exchange_strong(seen, own)) return VORN_OK;
+    for (;;) {
+        // Who has come this far cannot know whether others sleep, and takes the lock as awaited.
+        seen = kUnlocked;
+        if (lock.compare_exchange_strong(seen, own | kAwaited)) return VORN_OK;
+        if ((seen & kAwaited) == 0 && !lock.compare_exchange_strong(seen, seen | kAwaited)) continue;
+        const VornStatus status = VornSemaphoreWait(&semaphores_[stripe]);
+        if (status != VORN_OK) return status;
+    }
+}
+
+void SharedIndex::UnlockStripe(uint32_t stripe)
+{
+    const int32_t before = Header().stripes[stripe].lock.exchange(kUnlocked);
+    if ((before & kAwaited) != 0) VornSemaphorePost(&semaphores_[stripe]);
+}
+
 VornStatus SharedIndex::Merge(const WordCounter& counter, int32_t worker, Arena* arena)
 {
     const std::vector<WordCounter::Entry>& slots = counter.Slots();
@@ -177,17 +198,15 @@ VornStatus SharedIndex::Merge(const WordCounter& counter, int32_t worker, Arena*
         // Workers begin at different stripes, to be less in each other's way.
         const uint32_t stripe = (static_cast<uint32_t>(worker) * 5 + step) % kStripes;
         if (begins[stripe] == ends[stripe]) continue;
-        const VornStatus locked = VornSemaphoreWait(&semaphores_[stripe]);
+        const VornStatus locked = LockStripe(stripe, worker);
         if (locked != VORN_OK) return locked;
-        Header().stripes[stripe].owner = worker;
         for (uint32_t i = begins[stripe]; i < ends[stripe]; ++i) {
             const WordCounter::Entry& entry = slots[order[i]];
             const VornStatus added =
                 table_->Add(counter.Text(entry), entry.length, entry.hash, entry.count, arena);
             if (added != VORN_OK) result = added;
         }
-        Header().stripes[stripe].owner = kNobody;
-        VornSemaphorePost(&semaphores_[stripe]);
+        UnlockStripe(stripe);
     }
     return result;
 }
@@ -195,10 +214,12 @@ VornStatus SharedIndex::Merge(const WordCounter& counter, int32_t worker, Arena*
 bool SharedIndex::ReleaseLocksOf(int32_t worker)
 {
     for (uint32_t stripe = 0; stripe < kStripes; ++stripe) {
-        int32_t owner = worker;
-        if (Header().stripes[stripe].owner.compare_exchange_strong(owner, kNobody)) {
-            VornSemaphorePost(&semaphores_[stripe]);
+        std::atomic<int32_t>& lock = Header().stripes[stripe].lock;
+        int32_t seen = lock.load();
+        while ((seen & ~kAwaited) == worker + 1 && !lock.compare_exchange_weak(seen, kUnlocked)) {
         }
+        // The worker may have taken a wake-up with it, or have owed one.
+        VornSemaphorePost(&semaphores_[stripe]);
     }
     return Header().workers[worker].insideHeap.load() == 0;
 }

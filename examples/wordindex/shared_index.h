@@ -1,4 +1,5 @@
-// shared_index.h - the index in its shared heap, with the named semaphores that guard its stripes.
+// shared_index.h - the index in its shared heap, with the locks that guard its stripes: words in the heap,
+// and named semaphores for who has to wait.
 #ifndef WORDINDEX_SHARED_INDEX_H
 #define WORDINDEX_SHARED_INDEX_H
 
@@ -46,6 +47,8 @@ private:
     VornStatus OpenSemaphores(const std::wstring& name, int32_t flags);
     VornStatus LayOut(const std::vector<FoundFile>& files);
     uint64_t AllocateAligned(uint64_t bytes);
+    VornStatus LockStripe(uint32_t stripe, int32_t worker);
+    void UnlockStripe(uint32_t stripe);
     static uint64_t AllocatePiece(Arena* arena, uint64_t bytes);
 
     VornHeap* heap_ = nullptr;

@@ -73,17 +73,28 @@ sound_image() {
     printf '%s: exit code %d, %s files counted, %s lost with their worker\n' "$1" $code "$counted" "$lost"
 }
 
-start 'a killed worker'
-kill -9 $(workers | head -n 1)
-finish 'a killed worker'
+# in_heap - whether the worker was killed inside the heap, which costs the image: the rare other outcome.
+in_heap() { [ $code = 2 ] && tr '\r' '\n' <err | grep -qF 'not written, since a worker was ended inside the heap'; }
+
+for try in 1 2 3; do
+    start 'a killed worker'
+    kill -9 $(workers | head -n 1)
+    finish 'a killed worker'
+    in_heap || break
+    echo 'a killed worker: it was inside the heap; once more'
+done
 [ $code = 1 ] || fail "a killed worker: exit code $code"
 line 'a killed worker' 'it was ended from outside; the others go on (VORN_E_STOPPED)'
 sound_image 'a killed worker'
 [ $((counted + lost)) = $files ] || fail 'a killed worker: the others did not go on'
 
-start 'all workers killed'
-kill -9 $(workers)
-finish 'all workers killed'
+for try in 1 2 3; do
+    start 'all workers killed'
+    kill -9 $(workers)
+    finish 'all workers killed'
+    in_heap || break
+    echo 'all workers killed: one was inside the heap; once more'
+done
 [ $code = 1 ] || fail "all workers killed: exit code $code"
 sound_image 'all workers killed'
 
