@@ -33,6 +33,7 @@ struct GuardedResult {
 template <class T>
 uintptr_t GuardedArgument(T argument) noexcept
 {
+    // NOLINTNEXTLINE(bugprone-sizeof-expression): the size of the pointer itself is meant.
     static_assert(sizeof(T) <= sizeof(uintptr_t) && (std::is_pointer_v<T> || std::is_integral_v<T>));
     if constexpr (std::is_pointer_v<T>) {
         return reinterpret_cast<uintptr_t>(argument);

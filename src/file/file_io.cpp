@@ -11,7 +11,7 @@ namespace {
 // The system counts bytes in a DWORD.
 DWORD* AsDword(uint32_t* value)
 {
-    static_assert(sizeof(DWORD) == sizeof(uint32_t) && alignof(DWORD) == alignof(uint32_t));
+    static_assert(sizeof(DWORD) == sizeof(uint32_t));
     return reinterpret_cast<DWORD*>(value);
 }
 

@@ -92,7 +92,7 @@ private:
     bool Reserve(size_t units) noexcept
     {
         const size_t needed = units + 3;
-        if (needed <= capacity_) return true;
+        if (text_ != nullptr && needed <= capacity_) return true;
         const size_t grown = needed < 512 ? 512 : needed + needed / 2;
         auto* text = static_cast<wchar_t*>(std::realloc(text_, grown * sizeof(wchar_t)));
         if (text == nullptr) return false;
