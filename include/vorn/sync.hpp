@@ -8,14 +8,12 @@
 namespace vorn {
 
 /// A mutex that lives as long as the object.
-class VORN_API Mutex : public Lockable {
+class VORN_API Mutex : public Lockable, public NonCopyable {
 public:
     /// Creates the mutex; a null attribute means a normal one. Throws InvalidArgument "Invalid argument" for
     /// a kind or shared value out of range, BadAlloc "Bad allocation", and RuntimeError "Error creating
     /// mutex." for a shared mutex and when the system refuses.
     Mutex(const VornMutexAttr* attr = nullptr);
-    Mutex(const Mutex&) = delete;
-    Mutex& operator=(const Mutex&) = delete;
     /// Destroys the mutex. One that is held is left behind.
     ~Mutex() override;
 

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 #include <string>
+#include <type_traits>
 
 using namespace vorn_test;
 
@@ -29,6 +30,16 @@ std::string MessageOf(F body)
 }
 
 }  // namespace
+
+TEST(MutexClass, IsLockableAndCannotBeCopiedAndHoldsOneHandle)
+{
+    EXPECT_TRUE((std::is_base_of_v<vorn::Lockable, vorn::Mutex>));
+    EXPECT_TRUE((std::is_base_of_v<vorn::NonCopyable, vorn::Mutex>));
+    EXPECT_FALSE(std::is_copy_constructible_v<vorn::Mutex>);
+    EXPECT_FALSE(std::is_copy_assignable_v<vorn::Mutex>);
+    // The table of virtual functions and the handle.
+    EXPECT_EQ(sizeof(vorn::Mutex), 2 * sizeof(void*));
+}
 
 TEST(MutexClass, LocksAndUnlocks)
 {
