@@ -1,0 +1,13 @@
+#!/bin/sh
+# start-wine.sh PREFIX - makes the prefix if need be and starts a Wine server for it that stays until it is ended
+# (wineserver -k). Without one, the server ends whenever no program runs, and a program that starts at that very
+# moment is refused.
+set -eu
+here=$(cd "$(dirname "$0")" && pwd)
+"$here/run-wine.sh" "$1" cmd.exe /c exit </dev/null >/dev/null 2>&1
+WINEPREFIX=$(cd "$1" && pwd)
+export WINEPREFIX WINEDEBUG=-all
+wineserver -k || true
+wineserver -w
+# Its output would keep the caller's pipe open.
+exec wineserver -p </dev/null >/dev/null 2>&1
