@@ -9,5 +9,7 @@ WINEPREFIX=$(cd "$1" && pwd)
 export WINEPREFIX WINEDEBUG=-all
 wineserver -k || true
 wineserver -w
-# Its output would keep the caller's pipe open.
-exec wineserver -p </dev/null >/dev/null 2>&1
+# The server, and the system's services that the first program starts, stay: with the caller's pipe as their
+# output, whoever reads that pipe to its end would wait for them.
+wineserver -p </dev/null >/dev/null 2>&1
+exec "$here/run-wine.sh" "$1" cmd.exe /c exit </dev/null >/dev/null 2>&1
