@@ -296,7 +296,7 @@ TEST_F(FileRemoveDir, ADeepTreeNeedsNoDeepStack)
     HANDLE thread = CreateThread(nullptr, 65536, RemoveOnSmallStack, path.data(),
                                  STACK_SIZE_PARAM_IS_A_RESERVATION, nullptr);
     ASSERT_NE(thread, nullptr);
-    ASSERT_TRUE(WaitBounded(thread, 60000));
+    ASSERT_TRUE(WaitBounded(thread));
     DWORD status = 0;
     GetExitCodeThread(thread, &status);
     CloseHandle(thread);

@@ -60,7 +60,7 @@ ToolResult RunTool(const std::wstring& arguments)
     ToolResult result = {kChildNotStarted, ""};
     if (CreateProcessW(nullptr, &commandLine[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
                        &process)) {
-        if (WaitBounded(process.hProcess, 30000)) {
+        if (WaitBounded(process.hProcess)) {
             GetExitCodeProcess(process.hProcess, &result.exitCode);
         } else {
             TerminateProcess(process.hProcess, kChildTimedOut);

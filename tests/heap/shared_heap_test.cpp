@@ -414,12 +414,12 @@ VORN_CHILD(WaitToBeKilled)
     if (arguments[2] == L"hold") {
         // As a caller inside the heap: counted, and with the lock.
         HANDLE lock = OpenSemaphoreW(SYNCHRONIZE, FALSE, GlobalLock(arguments[0]).c_str());
-        if (!WaitBounded(lock, 10000)) return 3;
+        if (!WaitBounded(lock)) return 3;
         VornAtomicInc32(reinterpret_cast<int32_t*>(Base(heap) + 36));
     }
     Event ready(arguments[1].c_str());
     ready.Set();
-    WaitBounded(GetCurrentProcess(), 60000);
+    WaitBounded(GetCurrentProcess());
     return 4;
 }
 
@@ -430,7 +430,7 @@ TEST_F(SharedHeap, AProcessKilledOutsideItHarmsNobody)
     Event ready(readyName.c_str());
     {
         ChildProcess child("WaitToBeKilled", {name, readyName, L"outside"});
-        ASSERT_TRUE(ready.Wait(30000));
+        ASSERT_TRUE(ready.Wait());
         child.Kill();
         child.Wait();
     }
@@ -463,9 +463,9 @@ TEST_F(SharedHeap, AProcessKilledInsideItKeepsTheOthersWaitingUntilTheLastHandle
     Event waits(waitsName.c_str());
     {
         ChildProcess holder("WaitToBeKilled", {name, readyName, L"hold"});
-        ASSERT_TRUE(ready.Wait(30000));
+        ASSERT_TRUE(ready.Wait());
         ChildProcess waiter("AllocateFromATakenHeap", {name, waitsName});
-        ASSERT_TRUE(waits.Wait(30000));
+        ASSERT_TRUE(waits.Wait());
         holder.Kill();
         holder.Wait();
         EXPECT_FALSE(WaitBounded(waiter.Process(), 1000));
@@ -503,7 +503,7 @@ TEST_F(SharedHeap, AThreadThatWaitsForItCanBeCancelledAndLeavesWithoutTheLock)
 {
     VornHeap* heap = Open();
     HANDLE lock = OpenSemaphoreW(SYNCHRONIZE | SEMAPHORE_MODIFY_STATE, FALSE, GlobalLock(name).c_str());
-    ASSERT_TRUE(WaitBounded(lock, 10000));
+    ASSERT_TRUE(WaitBounded(lock));
     Event started;
     Waiter waiter = {heap, &started, false};
     VornThread* thread = nullptr;

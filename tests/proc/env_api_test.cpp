@@ -225,7 +225,7 @@ TEST_F(ProcEnv, LetsSeveralThreadsLookUpAtOnce)
     HANDLE threads[3];
     for (HANDLE& thread : threads) thread = CreateThread(nullptr, 0, lookUp, &shared, 0, nullptr);
     for (HANDLE thread : threads) {
-        EXPECT_TRUE(WaitBounded(thread, 60000));
+        EXPECT_TRUE(WaitBounded(thread));
         CloseHandle(thread);
     }
     EXPECT_EQ(shared.wrong, 0);

@@ -120,7 +120,7 @@ protected:
             VornProcCreate(OwnProgram().c_str(), ChildArgs(L"Reports", name + L" " + args).c_str(), env,
                            directory, 0, mode, inherit, nullptr, nullptr);
         ASSERT_NE(ppid, nullptr) << VornGetLastError();
-        EXPECT_EQ(VornProcWaitForTerm(ppid, 60000), VORN_OK);
+        EXPECT_EQ(VornProcWaitForTerm(ppid, kLongWait), VORN_OK);
         uint32_t code = 0;
         EXPECT_EQ(VornProcGetExitCode(ppid, &code), VORN_OK);
         EXPECT_EQ(code, 5u);
@@ -430,7 +430,7 @@ TEST_F(ProcCreate, LeavesNoHandleAfterManyShortLivedChildren)
     for (int i = 0; i < kChildren; ++i) {
         VornPPid* ppid = StartChild(L"ReturnsItsArgument", std::to_wstring(i));
         ASSERT_NE(ppid, nullptr) << VornGetLastError();
-        ASSERT_EQ(VornProcWaitForTerm(ppid, 60000), VORN_OK);
+        ASSERT_EQ(VornProcWaitForTerm(ppid, kLongWait), VORN_OK);
         uint32_t code = 0;
         ASSERT_EQ(VornProcGetExitCode(ppid, &code), VORN_OK);
         ASSERT_EQ(code, static_cast<uint32_t>(i));

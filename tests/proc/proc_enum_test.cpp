@@ -220,7 +220,7 @@ TEST_F(ProcEnumeration, ForgetsTheExitCodeOfTheProcessBefore)
     uint32_t endedId = 0;
     VornPPid* ended = StartChild(L"ReturnsItsArgument", L"3");
     endedId = VornProcPPid2Native(ended);
-    EXPECT_EQ(VornProcWaitForTerm(ended, 60000), VORN_OK);  // its id stays in use while it is open
+    EXPECT_EQ(VornProcWaitForTerm(ended, kLongWait), VORN_OK);  // its id stays in use while it is open
     const ScriptedSnapshot snapshot({endedId, GetCurrentProcessId()});
     VornPPid* ppid = nullptr;
     VornProcIterator* iterator = VornProcGetFirst(&ppid);
@@ -294,7 +294,7 @@ VORN_CHILD(PassesOverEndedProcessesOnAnOldSystem)
     const DWORD self = GetCurrentProcessId();
     VornPPid* ended = StartChild(L"ReturnsItsArgument", L"0");
     const DWORD endedId = VornProcPPid2Native(ended);
-    if (VornProcWaitForTerm(ended, 60000) != VORN_OK) return 2;
+    if (VornProcWaitForTerm(ended, kLongWait) != VORN_OK) return 2;
     constexpr DWORD kNobody = 0xFFFFFFF0;
     VornPPid* ppid = nullptr;
     {
@@ -324,7 +324,7 @@ VORN_CHILD(PassesOverEndedProcessesOnAnOldSystem)
 
 TEST_F(ProcEnumeration, PassesOverEndedProcessesOnASystemBeforeVersion6)
 {
-    EXPECT_EQ(ChildProcess("PassesOverEndedProcessesOnAnOldSystem").Wait(60000), 0u);
+    EXPECT_EQ(ChildProcess("PassesOverEndedProcessesOnAnOldSystem").Wait(), 0u);
 }
 
 TEST_F(ProcEnumeration, GivesEveryListedProcessFromVersion6On)

@@ -66,7 +66,7 @@ public:
           id(VornProcPPid2Native(ppid)),
           handle_(OpenProcess(SYNCHRONIZE | PROCESS_TERMINATE, FALSE, id))
     {
-        EXPECT_TRUE(ready_.Wait(60000));
+        EXPECT_TRUE(ready_.Wait());
     }
     RunningChild(const RunningChild&) = delete;
     RunningChild& operator=(const RunningChild&) = delete;
@@ -81,7 +81,7 @@ public:
     void End()
     {
         end_.Set();
-        if (WaitBounded(handle_, 30000)) return;
+        if (WaitBounded(handle_)) return;
         ADD_FAILURE() << "the child does not end";
         TerminateProcess(handle_, 99);
     }
@@ -107,7 +107,7 @@ private:
         vorn_test::Event ready((arguments[0] + L"-ready").c_str()); \
         vorn_test::Event end((arguments[0] + L"-end").c_str());     \
         ready.Set();                                                \
-        return end.Wait(60000) ? 7 : 8;                             \
+        return end.Wait() ? 7 : 8;                                  \
     }
 
 // The state of the debug privilege of the thread's token, or of its process's token while it has none.

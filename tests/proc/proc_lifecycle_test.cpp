@@ -308,13 +308,13 @@ TEST_F(ProcLifecycle, FreesTheHandleOfAnEndedProcessAndKeepsThatOfARunningOne)
         EXPECT_EQ(close.Calls(), before);
         EXPECT_EQ(VornProcFreePPid(ppid), VORN_E_INVALID_ARG);
         end.Set();
-        EXPECT_TRUE(WaitBounded(process, 30000));
+        EXPECT_TRUE(WaitBounded(process));
         CloseHandle(process);
     }
     {
         FailingCall close(kCloseHandle, 0);
         VornPPid* ppid = StartChild(L"ReturnsItsArgument", L"3");
-        EXPECT_EQ(VornProcWaitForTerm(ppid, 60000), VORN_OK);
+        EXPECT_EQ(VornProcWaitForTerm(ppid, kLongWait), VORN_OK);
         const long before = close.Calls();
         EXPECT_EQ(VornProcFreePPid(ppid), VORN_OK);
         EXPECT_EQ(close.Calls(), before + 1);

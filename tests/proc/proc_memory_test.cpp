@@ -81,7 +81,7 @@ VORN_CHILD(ExchangesMemory)
         return 7;
     }
     ready.Set();
-    if (!done.Wait(60000)) return 8;
+    if (!done.Wait()) return 8;
     for (uint32_t i = 0; i < kExchanged; ++i) {
         if (own[kExchanged + i] != PatternAt(i, 0)) return 9;
     }
@@ -102,7 +102,7 @@ TEST_F(ProcMemory, TwoProcessesReadAndWriteEachOther)
     VornPPid* child = StartChild(L"ExchangesMemory", name + L" " + std::to_wstring(GetCurrentProcessId()));
     ASSERT_NE(child, nullptr);
     VornPPid* childById = VornProcNative2PPid(VornProcPPid2Native(child));
-    ASSERT_TRUE(ready.Wait(60000));
+    ASSERT_TRUE(ready.Wait());
     for (uint32_t i = 0; i < kExchanged; ++i) ASSERT_EQ(own[kExchanged + i], PatternAt(i, 1)) << i;
     // Through the handle that the record keeps, and through one opened by id.
     auto* theirs = reinterpret_cast<uint8_t*>(meeting->address[1]);
@@ -118,7 +118,7 @@ TEST_F(ProcMemory, TwoProcessesReadAndWriteEachOther)
                                kExchanged / 2, nullptr),
               VORN_OK);
     done.Set();
-    EXPECT_EQ(VornProcWaitForTerm(child, 60000), VORN_OK);
+    EXPECT_EQ(VornProcWaitForTerm(child, kLongWait), VORN_OK);
     uint32_t code = 99;
     EXPECT_EQ(VornProcGetExitCode(child, &code), VORN_OK);
     EXPECT_EQ(code, 0u);

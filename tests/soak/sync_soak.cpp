@@ -2,7 +2,7 @@
 #include "thread/barrier_run.h"
 #include "thread/sync_stress.h"
 
-using namespace sync_test;
+using namespace vorn_test;
 
 namespace {
 

@@ -83,7 +83,7 @@ uint32_t ChildProcess::Wait(DWORD timeoutMs)
 void ChildProcess::Kill(uint32_t exitCode)
 {
     TerminateProcess(process_, exitCode);
-    WaitForSingleObject(process_, 10000);
+    WaitBounded(process_);
 }
 
 void RunChildCaseIfAsked()

@@ -33,6 +33,10 @@ struct ChildRegistration {
 
 // What Wait gives for a child that did not end in time. It has been killed then.
 constexpr uint32_t kChildTimedOut = 0xDEAD7135;
+
+// How long a test waits for what must come, in milliseconds: reached only when it never comes, so that a slow
+// machine fails no test.
+constexpr DWORD kLongWait = 60000;
 constexpr uint32_t kChildNotStarted = 0xDEAD0000;
 
 class ChildProcess {
@@ -47,7 +51,7 @@ public:
     HANDLE Process() const { return process_; }
     DWORD Id() const { return id_; }
     // The exit code; kChildTimedOut when the child had to be killed.
-    uint32_t Wait(DWORD timeoutMs = 30000);
+    uint32_t Wait(DWORD timeoutMs = kLongWait);
     void Kill(uint32_t exitCode = 99);
 
 private:
@@ -59,7 +63,7 @@ private:
 void RunChildCaseIfAsked();
 
 // Whether a wait on a kernel object ends within the limit.
-inline bool WaitBounded(HANDLE object, DWORD timeoutMs = 10000)
+inline bool WaitBounded(HANDLE object, DWORD timeoutMs = kLongWait)
 {
     return WaitForSingleObject(object, timeoutMs) == WAIT_OBJECT_0;
 }
@@ -77,7 +81,7 @@ public:
 
     void Set() { SetEvent(handle_); }
     void Reset() { ResetEvent(handle_); }
-    bool Wait(DWORD timeoutMs = 10000) const { return WaitBounded(handle_, timeoutMs); }
+    bool Wait(DWORD timeoutMs = kLongWait) const { return WaitBounded(handle_, timeoutMs); }
     bool IsSet() const { return WaitBounded(handle_, 0); }
     HANDLE Handle() const { return handle_; }
 

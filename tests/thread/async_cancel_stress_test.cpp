@@ -4,7 +4,7 @@
 
 #include "async_case.h"
 #include "support/leak_watch.h"
-#include "thread_runner.h"
+#include "thread/thread_runner.h"
 
 #include <gtest/gtest.h>
 

@@ -5,7 +5,7 @@
 #include "async_case.h"
 #include "support/child_process.h"
 #include "support/leak_watch.h"
-#include "thread_runner.h"
+#include "thread/thread_runner.h"
 
 #include <gtest/gtest.h>
 #include <string>
@@ -28,7 +28,7 @@ public:
 private:
     static void* Run(void* end)
     {
-        static_cast<vorn_test::Event*>(end)->Wait(60000);
+        static_cast<vorn_test::Event*>(end)->Wait();
         return nullptr;
     }
     vorn_test::Event end_;

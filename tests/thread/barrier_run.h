@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-namespace sync_test {
+namespace vorn_test {
 
 // Empty when every phase held: nobody left it before all had arrived, and exactly one got the serial result.
 inline std::string BarrierRun(int threads, int phases)
@@ -44,6 +44,6 @@ inline std::string BarrierRun(int threads, int phases)
            std::to_string(odd) + " phases without exactly one serial thread";
 }
 
-}  // namespace sync_test
+}  // namespace vorn_test
 
 #endif

@@ -3,7 +3,6 @@
 #include "thread/barrier_run.h"
 #include "thread/sync_support.h"
 
-using namespace sync_test;
 using namespace vorn_test;
 
 TEST(BarrierCreate, RefusesASharedOneBeforeAnythingElse)
@@ -157,7 +156,7 @@ TEST(BarrierWait, IsNoCancellationPoint)
         VornThreadTestCancel();
         ADD_FAILURE() << "the request was lost";
     });
-    EXPECT_EQ(VornThreadCancel(waiter.Handle()), VORN_OK);
+    EXPECT_EQ(VornThreadCancel(waiter.Thread()), VORN_OK);
     EXPECT_FALSE(passed.Wait(30));
     VornBarrierWait(&barrier);
     Await(passed, "the waiter");

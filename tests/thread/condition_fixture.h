@@ -7,7 +7,7 @@
 #include <atomic>
 #include <vector>
 
-namespace sync_test {
+namespace vorn_test {
 
 class Condition : public testing::Test {
 public:
@@ -46,11 +46,11 @@ public:
         }
 
         void* Join() { return thread_.Join(); }
-        VornThread* Handle() const { return thread_.Handle(); }
+        VornThread* Thread() const { return thread_.Thread(); }
         VornStatus Status() const { return status_; }
 
     private:
-        vorn_test::Event holdsMutex_;
+        Event holdsMutex_;
         std::atomic<VornStatus> status_{0xBAD};
         LibraryThread thread_;
     };
@@ -64,10 +64,10 @@ public:
     VornCondition* condition = nullptr;
     VornMutex* mutex = nullptr;
     std::atomic<int> returned{0};
-    vorn_test::Event anyReturned;
+    Event anyReturned;
     static inline std::vector<LONG> released;  // counts of the releases that were recorded
 };
 
-}  // namespace sync_test
+}  // namespace vorn_test
 
 #endif

@@ -6,7 +6,6 @@
 
 #include <functional>
 
-using namespace sync_test;
 using namespace vorn_test;
 
 namespace {
@@ -28,7 +27,7 @@ protected:
             Await(test.inWait, "the held waiter");
         }
         void* Join() { return thread_.Join(); }
-        VornThread* Handle() const { return thread_.Handle(); }
+        VornThread* Thread() const { return thread_.Thread(); }
         VornStatus Status() const { return status_; }
 
     private:
@@ -146,7 +145,7 @@ TEST_F(ConditionLeave, ATimeOutDuringABroadcastReportsSuccessLikeEverybodyElse)
 TEST_F(ConditionLeave, ACancelledWaiterLeavesItsWakeUpToAnotherWaiter)
 {
     HeldWaiter held(*this);
-    EXPECT_EQ(VornThreadCancel(held.Handle()), VORN_OK);
+    EXPECT_EQ(VornThreadCancel(held.Thread()), VORN_OK);
     holdOthers = true;
     Waiter other(*this);
     Await(otherInWait, "the other waiter");
@@ -166,7 +165,7 @@ TEST_F(ConditionLeave, ACancelledWaiterLeavesItsWakeUpToAnotherWaiter)
 TEST_F(ConditionLeave, ACancelledWaiterTakesItsWakeUpAlongWhereNobodyElseWaits)
 {
     HeldWaiter held(*this);
-    EXPECT_EQ(VornThreadCancel(held.Handle()), VORN_OK);
+    EXPECT_EQ(VornThreadCancel(held.Thread()), VORN_OK);
     EXPECT_EQ(VornConditionSignal(&condition), VORN_OK);
     LetLeave(kCancelEvent);
     EXPECT_EQ(held.Join(), kCancelledValue);
@@ -182,7 +181,7 @@ TEST_F(ConditionLeave, ACancelledWaiterOfABroadcastLeavesTheOthersTheirs)
     HeldWaiter held(*this);
     Waiter a(*this);
     Waiter b(*this);
-    EXPECT_EQ(VornThreadCancel(held.Handle()), VORN_OK);
+    EXPECT_EQ(VornThreadCancel(held.Thread()), VORN_OK);
     EXPECT_EQ(VornConditionBroadcast(&condition), VORN_OK);
     a.Join();
     b.Join();
@@ -251,7 +250,7 @@ protected:
         Await(holdsMutex, "the waiter");
         Lock();
         Unlock();
-        EXPECT_EQ(VornThreadCancel(thread.Handle()), VORN_OK);
+        EXPECT_EQ(VornThreadCancel(thread.Thread()), VORN_OK);
         EXPECT_EQ(thread.Join(), kCancelledValue);
         EXPECT_TRUE(state.inHandler.IsSet());
         EXPECT_EQ(state.tryInHandler.load(), VORN_E_BUSY) << "held when the client's handler ran";
@@ -303,7 +302,7 @@ TEST_F(ConditionCancel, WithCancellationDisabledARequestDoesNotEndTheWait)
     Await(holdsMutex, "the waiter");
     Lock();
     Unlock();
-    EXPECT_EQ(VornThreadCancel(thread.Handle()), VORN_OK);
+    EXPECT_EQ(VornThreadCancel(thread.Thread()), VORN_OK);
     EXPECT_EQ(VornConditionSignal(&condition), VORN_OK);
     EXPECT_EQ(thread.Join(), kCancelledValue);
     EXPECT_EQ(status, VORN_OK);
@@ -355,7 +354,7 @@ TEST_F(ConditionCancel, AThreadThatIsCancelledAtTheGateWasNeverCounted)
         });
         Await(atGate, "the waiter at the gate");
         EXPECT_EQ(condition->arriving.load(), 1);
-        EXPECT_EQ(VornThreadCancel(thread.Handle()), VORN_OK);
+        EXPECT_EQ(VornThreadCancel(thread.Thread()), VORN_OK);
         EXPECT_EQ(thread.Join(), kCancelledValue);
     }
     EXPECT_EQ(state.tryInHandler.load(), VORN_E_BUSY) << "the waiter still held it";
@@ -384,7 +383,7 @@ TEST_F(ConditionCancel, AThreadThatIsCancelledWhileItSignalsLeavesTheLockFree)
             ADD_FAILURE() << "the signal was sent";
         });
         Await(atGate, "the signalling thread at the gate");
-        EXPECT_EQ(VornThreadCancel(thread.Handle()), VORN_OK);
+        EXPECT_EQ(VornThreadCancel(thread.Thread()), VORN_OK);
         EXPECT_EQ(thread.Join(), kCancelledValue);
     }
     EXPECT_EQ(VornMutexTryLock(&condition->unblockLock), VORN_OK);
@@ -413,7 +412,7 @@ TEST_F(ConditionCancel, AThreadThatIsCancelledWhileItDestroysLeavesTheConditionU
             ADD_FAILURE() << "destroyed";
         });
         Await(atGate, "the destroying thread at the gate");
-        EXPECT_EQ(VornThreadCancel(thread.Handle()), VORN_OK);
+        EXPECT_EQ(VornThreadCancel(thread.Thread()), VORN_OK);
         EXPECT_EQ(thread.Join(), kCancelledValue);
     }
     condition->gateWord = 0;
@@ -435,7 +434,7 @@ TEST_F(Condition, AWaitWithoutMemoryForAHandlerIsAccountedForAllTheSame)
     Lock();
     Unlock();
     // The wait is no cancellation point now; the request waits for the next one.
-    EXPECT_EQ(VornThreadCancel(thread.Handle()), VORN_OK);
+    EXPECT_EQ(VornThreadCancel(thread.Thread()), VORN_OK);
     EXPECT_EQ(VornConditionSignal(&condition), VORN_OK);
     EXPECT_EQ(thread.Join(), nullptr);
     EXPECT_EQ(status, VORN_OK);
@@ -579,7 +578,7 @@ TEST_F(Condition, CancelledWaitsLeaveNothingBehind)
         Await(holdsMutex, "the waiter");
         Lock();
         Unlock();
-        EXPECT_EQ(VornThreadCancel(thread.Handle()), VORN_OK);
+        EXPECT_EQ(VornThreadCancel(thread.Thread()), VORN_OK);
         EXPECT_EQ(thread.Join(), kCancelledValue);
         Unlock();
     };

@@ -2,7 +2,7 @@
 
 #include "support/failing_call.h"
 #include "support/leak_watch.h"
-#include "thread_runner.h"
+#include "thread/thread_runner.h"
 
 #include <gtest/gtest.h>
 #include <string>

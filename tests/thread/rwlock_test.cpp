@@ -5,7 +5,6 @@
 
 #include <atomic>
 
-using namespace sync_test;
 using namespace vorn_test;
 
 namespace {
@@ -353,7 +352,7 @@ TEST_F(ReadWriteLock, ACancelledWriterLeavesItAsIfItHadNotCome)
         });
         AwaitSleepingWriter(2);
         EXPECT_EQ(VornRWLockUnlock(&lock), VORN_OK);
-        EXPECT_EQ(VornThreadCancel(writer.Handle()), VORN_OK);
+        EXPECT_EQ(VornThreadCancel(writer.Thread()), VORN_OK);
         EXPECT_EQ(writer.Join(), kCancelledValue);
         EXPECT_EQ(Fields().sharedCount, 1);
         EXPECT_EQ(Fields().completedCount, 0);
@@ -378,7 +377,7 @@ TEST_F(ReadWriteLock, ACancelledWriterLetsTheReadersInThatWaitBehindIt)
         EXPECT_EQ(VornRWLockReadLock(&lock), VORN_OK);
         EXPECT_EQ(VornRWLockUnlock(&lock), VORN_OK);
     });
-    EXPECT_EQ(VornThreadCancel(writer.Handle()), VORN_OK);
+    EXPECT_EQ(VornThreadCancel(writer.Thread()), VORN_OK);
     EXPECT_EQ(writer.Join(), kCancelledValue);
     reader.Join();
     EXPECT_EQ(VornRWLockUnlock(&lock), VORN_OK);
@@ -400,7 +399,7 @@ TEST_F(ReadWriteLock, OnlyAWriterThatWaitsForReadersActsOnARequest)
         VornThreadTestCancel();
         ADD_FAILURE() << "the request was lost";
     });
-    EXPECT_EQ(VornThreadCancel(thread.Handle()), VORN_OK);
+    EXPECT_EQ(VornThreadCancel(thread.Thread()), VORN_OK);
     cancelled.Set();
     EXPECT_EQ(thread.Join(), kCancelledValue);
     EXPECT_TRUE(went);
@@ -423,7 +422,7 @@ TEST_F(ReadWriteLock, AReaderIsNotCancelledWhileItWakesTheWriter)
         left.Set();
         VornThreadTestCancel();
     });
-    EXPECT_EQ(VornThreadCancel(reader.Handle()), VORN_OK);
+    EXPECT_EQ(VornThreadCancel(reader.Thread()), VORN_OK);
     VornCondition* const condition = Fields().sharedCompleted;
     condition->gateWord = 1;
     cancelled.Set();
@@ -487,7 +486,7 @@ TEST_F(ReadWriteLock, AWriterWithoutMemoryForAHandlerWaitsAllTheSame)
     Await(begins, "the writer");
     AwaitSleepingWriter(1);
     // Without the handler the wait is no cancellation point.
-    EXPECT_EQ(VornThreadCancel(writer.Handle()), VORN_OK);
+    EXPECT_EQ(VornThreadCancel(writer.Thread()), VORN_OK);
     EXPECT_EQ(VornRWLockUnlock(&lock), VORN_OK);
     EXPECT_EQ(writer.Join(), nullptr);
 }

@@ -6,7 +6,6 @@
 
 #include <string>
 
-using namespace sync_test;
 using namespace vorn_test;
 
 namespace {
@@ -149,7 +148,7 @@ TEST(SemaphoreClass, WaitIsACancellationPoint)
         semaphore.Wait();
         ADD_FAILURE() << "the wait returned";
     });
-    EXPECT_EQ(VornThreadCancel(waiter.Handle()), VORN_OK);
+    EXPECT_EQ(VornThreadCancel(waiter.Thread()), VORN_OK);
     EXPECT_EQ(waiter.Join(), kCancelledValue);
 }
 

@@ -4,7 +4,6 @@
 
 #include <string>
 
-using namespace sync_test;
 using namespace vorn_test;
 
 namespace {
@@ -158,7 +157,7 @@ TEST(SemaphoreWait, IsACancellationPoint)
         VornSemaphoreWait(&semaphore);
         ADD_FAILURE() << "the wait returned";
     });
-    EXPECT_EQ(VornThreadCancel(waiter.Handle()), VORN_OK);
+    EXPECT_EQ(VornThreadCancel(waiter.Thread()), VORN_OK);
     EXPECT_EQ(waiter.Join(), kCancelledValue);
     EXPECT_EQ(VornSemaphorePost(&semaphore), VORN_OK);
     EXPECT_EQ(VornSemaphoreTryWait(&semaphore), VORN_OK);
@@ -181,7 +180,7 @@ TEST(SemaphoreTryWait, IsNoCancellationPoint)
         VornSemaphoreWait(&semaphore);
         ADD_FAILURE() << "the wait returned";
     });
-    EXPECT_EQ(VornThreadCancel(thread.Handle()), VORN_OK);
+    EXPECT_EQ(VornThreadCancel(thread.Thread()), VORN_OK);
     cancelled.Set();
     EXPECT_EQ(thread.Join(), kCancelledValue);
     EXPECT_TRUE(went);

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-namespace sync_test {
+namespace vorn_test {
 
 // xorshift; each thread has its own, made from the printed seed.
 class Random {
@@ -136,7 +136,7 @@ inline std::string BoundedBufferRun(int producers, int consumers, int cancelled,
                 VornMutexUnlock(&shared.mutex);
                 if (!due) Sleep(1);
             }
-            VornThreadCancel(doomed[static_cast<size_t>(i)]->Handle());
+            VornThreadCancel(doomed[static_cast<size_t>(i)]->Thread());
         }
     }
     uint32_t lost = 0;
@@ -164,7 +164,7 @@ inline std::string ReadersAndWritersRun(int readers, int writers, int rounds, ui
     std::atomic<int> wrong{0};
     std::atomic<int> inside{0};
     std::atomic<uint64_t> written{0};
-    vorn_test::Event start;
+    Event start;
     const auto check = [&](bool holds) {
         if (!holds) ++wrong;
     };
@@ -276,6 +276,6 @@ inline std::string WakeUpRun(int waiters, uint32_t tokens, uint64_t seed)
     return "seed " + std::to_string(seed) + ": " + std::to_string(wrong.load()) + " wrong";
 }
 
-}  // namespace sync_test
+}  // namespace vorn_test
 
 #endif

@@ -1,6 +1,6 @@
 #include "thread/sync_stress.h"
 
-using namespace sync_test;
+using namespace vorn_test;
 
 TEST(SyncStress, ABoundedBufferLosesNothingAndDoublesNothing)
 {

@@ -4,12 +4,14 @@
 
 #include "support/child_process.h"
 #include "support/failing_call.h"
+#include "support/import_redirect.h"
 #include "support/leak_watch.h"
-#include "thread_runner.h"
+#include "thread/thread_runner.h"
 
 #include <cstdlib>
 #include <exception>
 #include <gtest/gtest.h>
+#include <vector>
 
 using namespace vorn_test;
 
@@ -41,7 +43,7 @@ void* ExitWithArgument(void* argument)
 
 void* AwaitEvent(void* event)
 {
-    static_cast<Event*>(event)->Wait(20000);
+    static_cast<Event*>(event)->Wait();
     return nullptr;
 }
 
@@ -455,10 +457,21 @@ TEST(ThreadExit, EndsAForeignThreadAtOnceWithOrWithoutARecord)
 
 TEST(ThreadSleep, SleepsAtLeastTheTimeGiven)
 {
-    const ULONGLONG before = GetTickCount64();
+    const double before = Milliseconds();
     VornThreadSleep(50);
-    EXPECT_GE(GetTickCount64() - before, 45u);
+    EXPECT_GE(Milliseconds() - before, 50 - kClockTick);
+}
+
+TEST(ThreadSleep, AsksTheSystemForExactlyTheTimeGiven)
+{
+    static std::vector<DWORD> asked;
+    asked.clear();
+    const ImportRedirect sleep(
+        "Sleep", +[](DWORD milliseconds) { asked.push_back(milliseconds); });
+    ASSERT_TRUE(sleep.Found());
+    for (uint32_t milliseconds : {0u, 1u, 50u, 0xFFFFFFFEu, VORN_INFINITE}) VornThreadSleep(milliseconds);
     VornThreadYield();
+    EXPECT_EQ(asked, (std::vector<DWORD>{0, 1, 50, 0xFFFFFFFE, INFINITE, 0}));
 }
 
 TEST(ThreadCleanup, RunsLeftHandlersNewestFirstAtTheEnd)
