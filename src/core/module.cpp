@@ -10,17 +10,26 @@
 
 using namespace vorn::detail;
 
+namespace {
+
+bool attached = false;
+
+}  // namespace
+
 extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD reason, LPVOID reserved)
 {
     switch (reason) {
         case DLL_PROCESS_ATTACH:
             if (!CreateThreadRecordKey()) return FALSE;
             CreateStaticInitLock();
+            attached = true;
             return TRUE;
         case DLL_THREAD_DETACH:
             RunThreadExitCleanup();
             return TRUE;
         case DLL_PROCESS_DETACH:
+            // The C runtime's start-up code follows an attach that failed with a detach.
+            if (!attached) return TRUE;
             if (reserved != nullptr) NoteProcessEnd();
             RunThreadExitCleanup();
             DeleteThreadRecordKey();

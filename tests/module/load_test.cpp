@@ -140,11 +140,37 @@ TEST(ModuleLoad, RecordsOfThreadsThatLiveOnAreFreedWithTheModule)
     CloseHandle(thread);
 }
 
-TEST(ModuleLoad, FailsWhenNoThreadLocalIndexIsLeft)
+namespace {
+
+LONG faults = 0;
+
+LONG WINAPI CountFault(EXCEPTION_POINTERS* raised)
 {
-    std::vector<DWORD> taken;
-    for (DWORD index = TlsAlloc(); index != TLS_OUT_OF_INDEXES; index = TlsAlloc()) taken.push_back(index);
-    EXPECT_EQ(LoadLibraryW(L"vorn_1_0.dll"), nullptr);
-    for (DWORD index : taken) TlsFree(index);
+    if (raised->ExceptionRecord->ExceptionCode == EXCEPTION_ACCESS_VIOLATION) ++faults;
+    return EXCEPTION_CONTINUE_SEARCH;
+}
+
+}  // namespace
+
+TEST(ModuleLoad, FailsWhenNoThreadLocalIndexIsLeftAndLeavesNothing)
+{
+    ASSERT_NE(LoadLibraryW(L"icuio72.dll"), nullptr);
+    const auto loadFails = [] {
+        std::vector<DWORD> taken;
+        for (DWORD index = TlsAlloc(); index != TLS_OUT_OF_INDEXES; index = TlsAlloc())
+            taken.push_back(index);
+        EXPECT_EQ(LoadLibraryW(L"vorn_1_0.dll"), nullptr);
+        for (DWORD index : taken) TlsFree(index);
+    };
+    // The loader would take a fault of the module for a load that failed.
+    void* const handler = AddVectoredExceptionHandler(1, &CountFault);
+    for (int round = 0; round < 10; ++round) loadFails();
+    const uintptr_t handle = FreshHandleNumber();
+    const size_t bytes = BusyHeapBytes();
+    for (int round = 0; round < 100; ++round) loadFails();
+    EXPECT_EQ(FreshHandleNumber(), handle);
+    EXPECT_LT(BusyHeapBytes(), bytes + 100);
+    RemoveVectoredExceptionHandler(handler);
+    EXPECT_EQ(faults, 0);
     EXPECT_TRUE(UseOnce());
 }
