@@ -4,12 +4,12 @@
 
 #include "core/win32.h"
 
+#include "core/security.h"
+
 extern "C" VornStatus VornFileCreateDir(const wchar_t* path, const VornSecurityDescriptor* security)
 {
     if (path == nullptr) return VORN_E_INVALID_ARG;
-    auto* attributes =
-        security != nullptr ? static_cast<SECURITY_ATTRIBUTES*>(security->attributes) : nullptr;
-    if (CreateDirectoryW(path, attributes)) return VORN_OK;
+    if (CreateDirectoryW(path, vorn::detail::AttributesOf(security))) return VORN_OK;
     // Deliberate: only these two errors have a status here.
     switch (GetLastError()) {
         case ERROR_ALREADY_EXISTS:

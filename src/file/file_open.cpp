@@ -5,6 +5,7 @@
 #include "core/last_error.h"
 #include "core/record.h"
 #include "core/registries.h"
+#include "core/security.h"
 #include "core/system_error.h"
 #include "file/file_record.h"
 #include "file/region.h"
@@ -68,9 +69,7 @@ extern "C" VornFile* VornFileCreate(const wchar_t* name, VornFileOpenMode mode, 
     if (access >= kAccessModes) return Fail<VornFile>(VORN_E_INVALID_ARG);
 
     const DWORD sharing = share != VORN_FALSE ? FILE_SHARE_READ | FILE_SHARE_WRITE : 0;
-    auto* attributes =
-        security != nullptr ? static_cast<SECURITY_ATTRIBUTES*>(security->attributes) : nullptr;
-    HANDLE native = CreateFileW(name, kRights[access], sharing, attributes, kDispositions[mode],
+    HANDLE native = CreateFileW(name, kRights[access], sharing, AttributesOf(security), kDispositions[mode],
                                 FILE_ATTRIBUTE_NORMAL, const_cast<void*>(templateFile));
     if (native == INVALID_HANDLE_VALUE) return Fail<VornFile>(StatusFromSystemError(GetLastError()));
 

@@ -7,6 +7,7 @@
 #include "core/last_error.h"
 #include "core/record.h"
 #include "core/registries.h"
+#include "core/security.h"
 #include "file/file_record.h"
 #include "file/region_map.h"
 
@@ -171,9 +172,7 @@ HANDLE OpenMapping(const MappingPlan& plan, const wchar_t* name, const VornSecur
         HANDLE existing = OpenFileMappingW(FILE_MAP_WRITE, FALSE, name);
         if (existing != nullptr) return existing;
     }
-    auto* attributes =
-        security != nullptr ? static_cast<SECURITY_ATTRIBUTES*>(security->attributes) : nullptr;
-    return CreateFileMappingW(plan.native, attributes, plan.protection, High(plan.objectSize),
+    return CreateFileMappingW(plan.native, AttributesOf(security), plan.protection, High(plan.objectSize),
                               Low(plan.objectSize), name);
 }
 

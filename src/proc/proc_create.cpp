@@ -8,6 +8,7 @@
 #include "core/last_error.h"
 #include "core/record.h"
 #include "core/registries.h"
+#include "core/security.h"
 #include "core/system_error.h"
 #include "proc/ppid.h"
 #include "proc/start_strings.h"
@@ -19,11 +20,6 @@ namespace {
 constexpr DWORD kStartFlags = NORMAL_PRIORITY_CLASS | CREATE_UNICODE_ENVIRONMENT;
 static_assert(kStartFlags == 0x420 && CREATE_NO_WINDOW == 0x08000000);
 static_assert(VORN_INFINITE == INFINITE);
-
-SECURITY_ATTRIBUTES* AttributesOf(const VornSecurityDescriptor* descriptor) noexcept
-{
-    return descriptor == nullptr ? nullptr : static_cast<SECURITY_ATTRIBUTES*>(descriptor->attributes);
-}
 
 // Waits for the end of a process that nobody else knows yet, and notes its exit code.
 void WaitAndNoteExitCode(VornPPid* ppid, HANDLE process) noexcept

@@ -5,6 +5,7 @@
 #include "core/kernel_handle.h"
 #include "core/record.h"
 #include "core/runtime.h"
+#include "core/security.h"
 #include "text/codepage_converter.h"
 #include "thread/cancellable_wait.h"
 
@@ -62,11 +63,10 @@ VornStatus OpenNamedSemaphore(VornSemaphore** out, const wchar_t* name, int32_t 
     std::memcpy(systemName.Get(), kGlobalPrefix, prefixUnits * sizeof(wchar_t));
     std::memcpy(systemName.Get() + prefixUnits, name, (nameUnits + 1) * sizeof(wchar_t));
 
-    auto* const attributes =
-        security == nullptr ? nullptr : static_cast<SECURITY_ATTRIBUTES*>(security->attributes);
     // The call says by the system error alone whether the semaphore was there before.
     SetLastError(ERROR_SUCCESS);
-    KernelHandle native(CreateSemaphoreW(attributes, initialCount, kMaxSemaphoreCount, systemName.Get()));
+    KernelHandle native(
+        CreateSemaphoreW(AttributesOf(security), initialCount, kMaxSemaphoreCount, systemName.Get()));
     if (!native) return VORN_E_SYSTEM;
     const bool existed = GetLastError() == ERROR_ALREADY_EXISTS;
     if (!existed && (flags & VORN_SEMAPHORE_CREATE) == 0) return VORN_E_SYSTEM;
