@@ -4,7 +4,7 @@
 
 #include "core/win32.h"
 
-#include "../paired.h"
+#include "paired.h"
 
 #include <cstring>
 #include <fstream>

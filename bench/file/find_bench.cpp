@@ -5,7 +5,7 @@
 
 #include "core/win32.h"
 
-#include "../paired.h"
+#include "paired.h"
 #include "file/host_shell.h"
 #include "support/import_redirect.h"
 

@@ -5,12 +5,12 @@
 
 #include "core/win32.h"
 
+#include "paired.h"
+
 #include <benchmark/benchmark.h>
 #include <cstdlib>
-#include <psapi.h>
 #include <string>
 #include <tlhelp32.h>
-#include <vector>
 
 namespace {
 
@@ -54,85 +54,79 @@ void BM_CreateWaitFree_CreateProcessW(benchmark::State& state)
     }
 }
 
-void BM_Processes_vorn(benchmark::State& state)
+uint64_t WalkProcesses()
 {
-    for (auto _ : state) {
-        VornPPid* ppid = nullptr;
-        VornProcIterator* iterator = VornProcGetFirst(&ppid);
-        uint64_t sum = 0;
-        do {
-            sum += VornProcPPid2Native(ppid);
-        } while (VornProcGetNext(iterator, &ppid) == VORN_OK);
-        VornProcGetClose(iterator);
-        benchmark::DoNotOptimize(sum);
-    }
+    VornPPid* ppid = nullptr;
+    VornProcIterator* iterator = VornProcGetFirst(&ppid);
+    uint64_t sum = 0;
+    do {
+        sum += VornProcPPid2Native(ppid);
+    } while (VornProcGetNext(iterator, &ppid) == VORN_OK);
+    VornProcGetClose(iterator);
+    return sum;
 }
 
-void BM_Processes_SnapshotLoop(benchmark::State& state)
+uint64_t WalkProcessesBare()
 {
-    for (auto _ : state) {
-        HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
-        PROCESSENTRY32W entry = {};
-        entry.dwSize = sizeof(entry);
-        uint64_t sum = 0;
-        for (BOOL more = Process32FirstW(snapshot, &entry); more; more = Process32NextW(snapshot, &entry)) {
-            sum += entry.th32ProcessID;
-        }
-        CloseHandle(snapshot);
-        benchmark::DoNotOptimize(sum);
+    HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
+    PROCESSENTRY32W entry = {};
+    entry.dwSize = sizeof(entry);
+    uint64_t sum = 0;
+    for (BOOL more = Process32FirstW(snapshot, &entry); more; more = Process32NextW(snapshot, &entry)) {
+        sum += entry.th32ProcessID;
     }
+    CloseHandle(snapshot);
+    return sum;
 }
 
-void BM_Modules_vorn(benchmark::State& state)
+uint64_t CountModules()
 {
-    VornPPid* self = VornProcGetCurrentPPid();
-    for (auto _ : state) {
-        VornProcModule* module = nullptr;
-        VornProcModuleIterator* iterator = VornProcGetFirstModule(&module, self);
-        uint64_t count = 0;
-        do {
-            ++count;
-        } while (VornProcGetNextModule(iterator, &module) == VORN_OK);
-        VornProcGetModuleClose(iterator);
-        benchmark::DoNotOptimize(count);
-    }
+    VornProcModule* module = nullptr;
+    VornProcModuleIterator* iterator = VornProcGetFirstModule(&module, VornProcGetCurrentPPid());
+    uint64_t count = 0;
+    do {
+        ++count;
+    } while (VornProcGetNextModule(iterator, &module) == VORN_OK);
+    VornProcGetModuleClose(iterator);
+    return count;
 }
 
-void BM_Modules_SnapshotLoop(benchmark::State& state)
+uint64_t CountModulesBare()
 {
-    for (auto _ : state) {
-        HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPMODULE, GetCurrentProcessId());
-        MODULEENTRY32W entry = {};
-        entry.dwSize = sizeof(entry);
-        uint64_t count = 0;
-        for (BOOL more = Module32FirstW(snapshot, &entry); more; more = Module32NextW(snapshot, &entry))
-            ++count;
-        CloseHandle(snapshot);
-        benchmark::DoNotOptimize(count);
-    }
+    HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPMODULE, GetCurrentProcessId());
+    MODULEENTRY32W entry = {};
+    entry.dwSize = sizeof(entry);
+    uint64_t count = 0;
+    for (BOOL more = Module32FirstW(snapshot, &entry); more; more = Module32NextW(snapshot, &entry)) ++count;
+    CloseHandle(snapshot);
+    return count;
 }
 
-void BM_Modules_EnumProcessModules(benchmark::State& state)
+// Ten walks to a batch.
+template <uint64_t (*kWalk)(), uint64_t (*kBareWalk)()>
+void WalkOverBare(benchmark::State& state)
 {
-    for (auto _ : state) {
-        HANDLE process =
-            OpenProcess(PROCESS_QUERY_INFORMATION | PROCESS_VM_READ, FALSE, GetCurrentProcessId());
-        DWORD needed = 0;
-        EnumProcessModules(process, nullptr, 0, &needed);
-        std::vector<HMODULE> modules(needed / sizeof(HMODULE));
-        EnumProcessModules(process, modules.data(), needed, &needed);
-        CloseHandle(process);
-        benchmark::DoNotOptimize(modules.data());
-    }
+    const auto batch = [](uint64_t (*walk)()) {
+        return [walk] {
+            for (int i = 0; i < 10; ++i) benchmark::DoNotOptimize(walk());
+        };
+    };
+    vorn_bench::Paired(state, 10, batch(kWalk), batch(kBareWalk));
+}
+
+void BM_Processes_vorn_over_SnapshotLoop(benchmark::State& state)
+{
+    WalkOverBare<&WalkProcesses, &WalkProcessesBare>(state);
+}
+void BM_Modules_vorn_over_SnapshotLoop(benchmark::State& state)
+{
+    WalkOverBare<&CountModules, &CountModulesBare>(state);
 }
 
 BENCHMARK(BM_CreateWaitFree_vorn)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_CreateWaitFree_CreateProcessW)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(BM_Processes_vorn)->Unit(benchmark::kMicrosecond)->UseRealTime();
-BENCHMARK(BM_Processes_SnapshotLoop)->Unit(benchmark::kMicrosecond)->UseRealTime();
-BENCHMARK(BM_Modules_vorn)->Unit(benchmark::kMicrosecond)->UseRealTime();
-BENCHMARK(BM_Modules_SnapshotLoop)->Unit(benchmark::kMicrosecond)->UseRealTime();
-BENCHMARK(BM_Modules_EnumProcessModules)->Unit(benchmark::kMicrosecond)->UseRealTime();
+BENCHMARK(BM_Processes_vorn_over_SnapshotLoop)->Unit(benchmark::kMicrosecond)->UseRealTime();
+BENCHMARK(BM_Modules_vorn_over_SnapshotLoop)->Unit(benchmark::kMicrosecond)->UseRealTime();
 
 }  // namespace
 

@@ -3,7 +3,7 @@
 
 #include <vorn/vorn.h>
 
-#include "../paired.h"
+#include "paired.h"
 
 #include <cwchar>
 #include <string>

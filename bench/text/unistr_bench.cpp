@@ -3,7 +3,7 @@
 
 #include <vorn/vorn.hpp>
 
-#include "../paired.h"
+#include "paired.h"
 
 #include <benchmark/benchmark.h>
 #include <string>

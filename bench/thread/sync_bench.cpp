@@ -5,7 +5,7 @@
 
 #include "core/win32.h"
 
-#include "../paired.h"
+#include "paired.h"
 
 #include <atomic>
 #include <benchmark/benchmark.h>

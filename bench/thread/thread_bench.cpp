@@ -5,7 +5,7 @@
 
 #include "core/win32.h"
 
-#include "../paired.h"
+#include "paired.h"
 
 #include <benchmark/benchmark.h>
 #include <mutex>
