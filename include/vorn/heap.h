@@ -61,15 +61,18 @@ VORN_API VornHeap* VornHeapCreateLocal(void* base, uint64_t size, int locking);
  *
  * size: of the heap's memory in bytes, at least the characters of the name plus userHeaderSize plus 541. To
  * open an existing heap give the size that it was created with: with a smaller one only so much is mapped,
- * and every function that enters the heap gives VORN_E_HEAP_CORRUPT. name: not null; processes that use the
- * same name share the heap. Its lock is the semaphore of the name followed by "_SEM", in the global
- * namespace. userHeaderSize: when not 0, a new heap gets a block of that many bytes for the clients' own use,
- * see VornHeapGetUsrHdrOff. security: for the objects that are created; may be null.
+ * and every function that enters the heap gives VORN_E_HEAP_CORRUPT. name: not null, and without slash,
+ * backslash and space; processes that use the same name share the heap. Its lock is the semaphore of the name
+ * followed by "_SEM", in the global namespace. userHeaderSize: when not 0, a new heap gets a block of that
+ * many bytes for the clients' own use, see VornHeapGetUsrHdrOff; a new heap whose name takes the room for it
+ * goes without. security: for the objects that are created; may be null.
  *
  * Last error: VORN_OK; VORN_E_INVALID_ARG name null; VORN_E_NO_MEMORY size too small, or no memory;
- * VORN_E_EXISTS another process is just creating the heap, or left its lock without a heap while it still
- * holds it open; VORN_E_CONVERSION or VORN_E_CONVERTER the name has no form in the process's code page;
- * VORN_E_SYSTEM the semaphore could not be made; VORN_E_MAPPING the memory could not be mapped.
+ * VORN_E_INVALID_NAME a character in the name that it must not have; VORN_E_EXISTS another process is just
+ * creating the heap, or left its lock without a heap while it still holds it open, or the lock is there and
+ * could not be opened for want of memory; VORN_E_CONVERSION or VORN_E_CONVERTER the name has no form in the
+ * process's code page; VORN_E_SYSTEM the semaphore could not be made; VORN_E_MAPPING the memory could not be
+ * mapped.
  *
  * Deliberate: when only the mapping fails, the result is not null but a handle that was never opened. The
  * last error tells, and every function gives VORN_E_INVALID_ARG for it; it cannot be given back. The lock

@@ -31,7 +31,8 @@ namespace {
 constexpr uint64_t kSharedOverhead = 541;
 constexpr wchar_t kSemaphoreSuffix[] = L"_SEM";
 
-// Holds the heap registry's mutex for a scope.
+// Holds the heap registry's mutex for a scope: of the threads of this process one at a time opens or closes a
+// shared heap. The region lock may be taken inside.
 class RegistryHold {
 public:
     RegistryHold() noexcept : mutex_(Heaps().GetMutex())
@@ -182,7 +183,6 @@ VornHeap* OpenSharedHeapLocked(uint64_t size, const wchar_t* name, size_t nameLe
     OpenSemaphore semaphore;
     VornStatus status = semaphore.Open(semaphoreName.Get(), 0, security);
     bool exists = status == VORN_OK;
-    if (status == VORN_E_NO_MEMORY) return Fail<VornHeap>(status);
     if (!exists) status = semaphore.Open(semaphoreName.Get(), kCreateNew, security);
     if (status != VORN_OK) return Fail<VornHeap>(status);
 
@@ -219,6 +219,9 @@ VornHeap* OpenSharedHeapLocked(uint64_t size, const wchar_t* name, size_t nameLe
 
 VornStatus DetachSharedHeap(VornHeap* heap) noexcept
 {
+    // A thread that opens the heap finds it either with this handle counted or gone, lock and memory both.
+    // Without the hold, for want of its lock, the handle goes all the same.
+    const RegistryHold hold;
     const VornStatus closed = VornSemaphoreClose(&heap->semaphore);
     VornStatus unmapped = VORN_OK;
     HeapHeader& header = *static_cast<HeapHeader*>(heap->base);

@@ -10,6 +10,7 @@
 #include "thread/cancellable_wait.h"
 
 #include <cstring>
+#include <cwchar>
 #include <utility>
 
 namespace vorn::detail {
@@ -54,6 +55,7 @@ VornStatus OpenNamedSemaphore(VornSemaphore** out, const wchar_t* name, int32_t 
 {
     const VornStatus status = CheckOpenArguments(out, flags, initialCount);
     if (status != VORN_OK) return status;
+    if (std::wcspbrk(name, L"/\\ ") != nullptr) return VORN_E_INVALID_NAME;
     Record<VornSemaphore> semaphore;
     if (!semaphore) return VORN_E_NO_MEMORY;
     const size_t nameUnits = std::wcslen(name);

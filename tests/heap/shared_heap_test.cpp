@@ -1,59 +1,14 @@
 // Heaps in named shared memory, within one process and across real child processes, and shared memory itself.
 
-#include <vorn/vorn.h>
-
-#include "core/win32.h"
-
-#include "heap/layout_checker.h"
-#include "support/child_process.h"
+#include "heap/shared_heap_fixture.h"
 #include "support/failing_call.h"
 #include "support/leak_watch.h"
 
 #include <cstring>
-#include <gtest/gtest.h>
-#include <string>
 #include <vector>
 
 using namespace heap_test;
 using namespace vorn_test;
-
-namespace {
-
-constexpr uint64_t kSize = 65536;
-
-uint8_t* Base(VornHeap* heap)
-{
-    return static_cast<uint8_t*>(VornHeapGetBasePtr(heap));
-}
-
-std::wstring GlobalLock(const std::wstring& name)
-{
-    return L"Global\\" + name + L"_SEM";
-}
-
-bool IsMapped(const void* address)
-{
-    MEMORY_BASIC_INFORMATION information;
-    VirtualQuery(address, &information, sizeof information);
-    return information.State == MEM_COMMIT;
-}
-
-class SharedHeap : public testing::Test {
-protected:
-    SharedHeap() : name(UniqueName(L"shared")) { VornInitialize(); }
-    ~SharedHeap() override { VornTerminate(); }
-
-    VornHeap* Open(uint64_t size = kSize, uint32_t userHeaderSize = 0)
-    {
-        VornHeap* heap = VornHeapCreateShared(size, name.c_str(), userHeaderSize, nullptr);
-        EXPECT_EQ(VornGetLastError(), VORN_OK);
-        return heap;
-    }
-
-    std::wstring name;
-};
-
-}  // namespace
 
 TEST_F(SharedHeap, ANewOneHoldsItsNameInTheCodePageAndCountsOneHandle)
 {

@@ -1,0 +1,243 @@
+// Opening and closing shared heaps: what is asked of the system, which failures are passed over, and threads
+// that open a heap while another closes it.
+
+#include "heap/shared_heap_fixture.h"
+#include "support/failing_call.h"
+
+#include <gtest/gtest.h>
+#include <thread>
+#include <unicode/ucnv.h>
+
+using namespace heap_test;
+using namespace vorn_test;
+
+namespace {
+
+using SharedHeapOpen = SharedHeap;
+
+}  // namespace
+
+TEST_F(SharedHeapOpen, ANameThatNoSemaphoreCanHaveIsRefusedBeforeAnythingIsCreated)
+{
+    for (const wchar_t* part : {L"/", L"\\", L" "}) {
+        const std::wstring bad = name + part + L"x";
+        EXPECT_EQ(VornHeapCreateShared(kSize, bad.c_str(), 0, nullptr), nullptr);
+        EXPECT_EQ(VornGetLastError(), VORN_E_INVALID_NAME);
+        EXPECT_EQ(OpenFileMappingW(FILE_MAP_READ, FALSE, bad.c_str()), nullptr);
+    }
+}
+
+TEST_F(SharedHeapOpen, AnOpeningThatFailsIsFollowedByACreationWhoseStatusCounts)
+{
+    VornHeap* heap;
+    {
+        FailingCall fail(kCreateSemaphore);
+        heap = Open();
+        EXPECT_EQ(fail.Failures(), 1);
+    }
+    {
+        FailingCall fail(kCalloc);  // the record of the semaphore that is opened
+        EXPECT_EQ(VornHeapCreateShared(kSize, name.c_str(), 0, nullptr), nullptr);
+        EXPECT_EQ(VornGetLastError(), VORN_E_EXISTS);
+        EXPECT_EQ(fail.Failures(), 1);
+    }
+    EXPECT_EQ(Read32(Base(heap), 32), 1u);
+    EXPECT_EQ(VornHeapDestroy(heap), VORN_OK);
+    {
+        FailingCall fail(kCalloc);
+        heap = Open();
+        EXPECT_EQ(fail.Failures(), 1);
+    }
+    EXPECT_EQ(VornHeapDestroy(heap), VORN_OK);
+}
+
+namespace {
+
+SECURITY_ATTRIBUTES* semaphoreSecurity;
+SECURITY_ATTRIBUTES* mappingSecurity;
+
+HANDLE WINAPI RememberSemaphore(SECURITY_ATTRIBUTES* security, LONG count, LONG most, LPCWSTR semaphoreName)
+{
+    semaphoreSecurity = security;
+    return CreateSemaphoreW(security, count, most, semaphoreName);
+}
+
+HANDLE WINAPI RememberMapping(HANDLE file, SECURITY_ATTRIBUTES* security, DWORD protection, DWORD high,
+                              DWORD low, LPCWSTR mappingName)
+{
+    mappingSecurity = security;
+    return CreateFileMappingW(file, security, protection, high, low, mappingName);
+}
+
+}  // namespace
+
+TEST_F(SharedHeapOpen, LockAndMemoryAreCreatedWithTheCallersSecurity)
+{
+    ImportRedirect semaphores("CreateSemaphoreW", RememberSemaphore);
+    ImportRedirect mappings("CreateFileMappingW", RememberMapping);
+    ASSERT_TRUE(semaphores.Found() && mappings.Found());
+    SECURITY_ATTRIBUTES attributes = {sizeof attributes, nullptr, FALSE};
+    const VornSecurityDescriptor security = {&attributes};
+    VornHeap* heap = VornHeapCreateShared(kSize, name.c_str(), 0, &security);
+    ASSERT_EQ(VornGetLastError(), VORN_OK);
+    EXPECT_EQ(semaphoreSecurity, &attributes);
+    EXPECT_EQ(mappingSecurity, &attributes);
+    EXPECT_EQ(VornHeapDestroy(heap), VORN_OK);
+
+    void* memory = VornSharedMemAlloc(4096, name.c_str(), nullptr);
+    EXPECT_NE(memory, nullptr);
+    EXPECT_EQ(mappingSecurity, nullptr);
+    EXPECT_EQ(VornSharedMemFree(memory), VORN_OK);
+    memory = VornSharedMemAlloc(4096, nullptr, &security);
+    EXPECT_NE(memory, nullptr);
+    EXPECT_EQ(mappingSecurity, &attributes);
+    EXPECT_EQ(VornSharedMemFree(memory), VORN_OK);
+}
+
+TEST_F(SharedHeapOpen, AUserHeaderThatFindsNoRoomBesideALongNameIsLeftOut)
+{
+    const std::string before = ucnv_getDefaultName();
+    ucnv_setDefaultName("UTF-8");
+    name += std::wstring(140, L'\u4E2D');  // three bytes each
+    const uint64_t least = name.size() + 100 + 541;
+    VornHeap* heap = Open(least, 100);
+    ASSERT_NE(heap, nullptr);
+    EXPECT_EQ(VornHeapGetUsrHdrSize(heap), 0u);
+    EXPECT_EQ(VornHeapGetUsrHdrOff(heap), 0u);
+    EXPECT_EQ(Read64(Base(heap), 16), 1u);
+    EXPECT_EQ(LookAtHeap(Base(heap), least).problem, "");
+    EXPECT_EQ(VornHeapDestroy(heap), VORN_OK);
+    ucnv_setDefaultName(before.c_str());
+}
+
+TEST_F(SharedHeapOpen, ANameThatFindsNoRoomIsReportedAndLeavesNothing)
+{
+    const std::string before = ucnv_getDefaultName();
+    ucnv_setDefaultName("UTF-8");
+    name += std::wstring(190, L'\u4E2D');
+    EXPECT_EQ(VornHeapCreateShared(name.size() + 541, name.c_str(), 0, nullptr), nullptr);
+    EXPECT_EQ(VornGetLastError(), VORN_E_NO_MEMORY);
+    EXPECT_EQ(OpenSemaphoreW(SYNCHRONIZE, FALSE, GlobalLock(name).c_str()), nullptr);
+    EXPECT_EQ(OpenFileMappingW(FILE_MAP_READ, FALSE, name.c_str()), nullptr);
+    ucnv_setDefaultName(before.c_str());
+}
+
+namespace {
+
+struct MeanwhileOpened {
+    std::wstring name;
+    DWORD destroyer = 0;
+    Event done;
+    std::thread thread;
+    VornHeap* heap = nullptr;
+};
+MeanwhileOpened* meanwhile;
+
+// The destroying thread has closed the lock and has not counted itself out yet. It goes on when the other
+// thread has opened the heap, or has not got so far, as it should be.
+BOOL WINAPI CloseAndLetAnotherThreadOpen(HANDLE handle)
+{
+    const BOOL result = CloseHandle(handle);
+    if (GetCurrentThreadId() != meanwhile->destroyer || meanwhile->thread.joinable()) return result;
+    meanwhile->thread = std::thread([] {
+        meanwhile->heap = VornHeapCreateShared(kSize, meanwhile->name.c_str(), 0, nullptr);
+        meanwhile->done.Set();
+    });
+    meanwhile->done.Wait(300);
+    return result;
+}
+
+}  // namespace
+
+TEST_F(SharedHeapOpen, AThreadThatOpensItWhileTheLastHandleIsClosedGetsAHeapThatCountsIt)
+{
+    MeanwhileOpened other;
+    other.name = name;
+    other.destroyer = GetCurrentThreadId();
+    meanwhile = &other;
+    VornHeap* heap = Open();
+    uint8_t* const base = Base(heap);
+    {
+        ImportRedirect redirect("CloseHandle", CloseAndLetAnotherThreadOpen);
+        ASSERT_TRUE(redirect.Found());
+        EXPECT_EQ(VornHeapDestroy(heap), VORN_OK);
+        ASSERT_TRUE(other.thread.joinable());
+        other.thread.join();
+    }
+    EXPECT_FALSE(IsMapped(base) && Base(other.heap) != base);
+    ASSERT_NE(other.heap, nullptr);
+    uint8_t* const otherBase = Base(other.heap);
+    EXPECT_EQ(Read32(otherBase, 32), 1u);
+    EXPECT_EQ(VornHeapDestroy(other.heap), VORN_OK);
+    EXPECT_FALSE(IsMapped(otherBase));
+}
+
+// ---- What the lock is held over ----
+
+namespace {
+
+HANDLE heldLock;
+int looks;
+
+void ExpectLockTaken()
+{
+    ++looks;
+    EXPECT_FALSE(WaitBounded(heldLock, 0));
+}
+
+BOOL WINAPI WriteUnderLock(HANDLE file, const void* bytes, DWORD count, DWORD* written,
+                           OVERLAPPED* overlapped)
+{
+    ExpectLockTaken();
+    return WriteFile(file, bytes, count, written, overlapped);
+}
+
+BOOL WINAPI ReadUnderLock(HANDLE file, void* bytes, DWORD count, DWORD* read, OVERLAPPED* overlapped)
+{
+    ExpectLockTaken();
+    return ReadFile(file, bytes, count, read, overlapped);
+}
+
+}  // namespace
+
+TEST_F(SharedHeapOpen, SavingLoadingAndEnumeratingHoldTheLock)
+{
+    const std::wstring image = UniqueName(L"held") + L".image";
+    VornHeap* heap = Open();
+    heldLock = OpenSemaphoreW(SYNCHRONIZE | SEMAPHORE_MODIFY_STATE, FALSE, GlobalLock(name).c_str());
+    ASSERT_NE(heldLock, nullptr);
+    looks = 0;
+    {
+        ImportRedirect writes("WriteFile", WriteUnderLock);
+        ImportRedirect reads("ReadFile", ReadUnderLock);
+        EXPECT_EQ(VornHeapSave(heap, image.c_str()), VORN_OK);
+        EXPECT_EQ(looks, 1);  // one call writes it all
+        EXPECT_EQ(VornHeapLoad(heap, image.c_str()), VORN_OK);
+        EXPECT_EQ(looks, 3);
+    }
+    const VornHeapCallback look = [](uint64_t, uint64_t, void*, uint64_t) -> int32_t {
+        ExpectLockTaken();
+        return 1;
+    };
+    EXPECT_EQ(VornHeapEnumerate(heap, look, nullptr), VORN_OK);
+    EXPECT_EQ(looks, 4);  // the name's block
+    CloseHandle(heldLock);
+    EXPECT_EQ(VornHeapDestroy(heap), VORN_OK);
+    DeleteFileW(image.c_str());
+}
+
+TEST_F(SharedHeapOpen, LoadingWithoutMemoryForTheNameIsReported)
+{
+    const std::wstring image = UniqueName(L"named") + L".image";
+    VornHeap* heap = Open();
+    ASSERT_EQ(VornHeapSave(heap, image.c_str()), VORN_OK);
+    {
+        FailingCall fail(kMalloc);  // a load allocates its file's record otherwise
+        EXPECT_EQ(VornHeapLoad(heap, image.c_str()), VORN_E_NO_MEMORY);
+        EXPECT_EQ(fail.Failures(), 1);
+    }
+    EXPECT_EQ(VornHeapLoad(heap, image.c_str()), VORN_OK);
+    EXPECT_EQ(LookAtHeap(Base(heap), kSize).problem, "");
+    EXPECT_EQ(VornHeapDestroy(heap), VORN_OK);
+    DeleteFileW(image.c_str());
+}
