@@ -82,14 +82,13 @@ public:
     InitLockScope& operator=(const InitLockScope&) = delete;
     ~InitLockScope()
     {
-        const bool unused = held_ && initCount == 0;
         if (held_) VornMutexUnlock(&initLock);
         StaticInitLock guard;
-        if (--initLockUsers == 0 && (unused || initLock == nullptr)) {
-            // A failed creation on first use has left 0, for which this only puts the sentinel back.
-            VornMutexDestroy(&initLock);
-            initLock = VORN_RECURSIVE_MUTEX_INITIALIZER;
-        }
+        // Where nobody is left who could hold the lock, the count does not change either.
+        if (--initLockUsers != 0 || initCount != 0) return;
+        // A failed creation on first use has left 0 already. What cannot be destroyed serves the next caller.
+        VornMutexDestroy(&initLock);
+        if (initLock == nullptr) initLock = VORN_RECURSIVE_MUTEX_INITIALIZER;
     }
     explicit operator bool() const noexcept { return held_; }
 

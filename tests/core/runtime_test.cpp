@@ -137,11 +137,41 @@ TEST_F(Runtime, InitializeGives98WhenItsRecordOrItsLockCannotBeMadeAndLeavesNoth
 
 TEST_F(Runtime, AnIndexTakenForAFailedInitializeIsGivenBack)
 {
-    FailingCall countFrees({"TlsFree", 1, 0}, 0);
-    FailingCall fail(kCalloc, 1, true);
-    FailingCall failMalloc(kMalloc, 1, true);
-    EXPECT_EQ(VornInitialize(), VORN_E_SYSTEM);
-    EXPECT_LE(countFrees.Calls(), 1);
+    VornThreadSelf();
+    long taken = 0;
+    FailEachCallInTurn(kCalloc, [&taken] {
+        const FailingCall allocs(kTlsAlloc, 0);
+        const FailingCall frees({"TlsFree", 1, 0}, 0);
+        if (VornInitialize() == VORN_OK) {
+            VornTerminate();
+        } else {
+            taken += allocs.Calls();
+        }
+        EXPECT_EQ(frees.Calls(), allocs.Calls());
+    });
+    EXPECT_EQ(taken, 1) << "no failure came behind the taking of the index";
+}
+
+TEST_F(Runtime, InitializeByAThreadWithoutIdentityGives98AndLeavesNothing)
+{
+    for (const bool allLaterFail : {false, true}) {
+        const LeakWatch watch;
+        std::thread([allLaterFail] {
+            // The first allocation is the init lock's, the second the thread's record.
+            const FailingCall fail(kCalloc, 2, allLaterFail);
+            EXPECT_EQ(VornInitialize(), VORN_E_SYSTEM);
+            EXPECT_GE(fail.Failures(), 1);
+        }).join();
+        EXPECT_EQ(VornInitialize(), VORN_OK);
+        VornTerminate();
+        EXPECT_EQ(watch.Leaks(), "") << allLaterFail;
+    }
+    const LeakWatch watch;
+    std::thread([] {
+        const FailingCall fail(kCalloc, 2);
+        EXPECT_EQ(VornInitialize(), VORN_E_SYSTEM);
+    }).join();
+    EXPECT_EQ(watch.Leaks(), "") << "at once";
 }
 
 TEST_F(Runtime, TerminateAndInitializeAgainStartFromTheBeginning)
