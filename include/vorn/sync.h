@@ -70,7 +70,8 @@ VORN_API VornStatus VornMutexCreate(VornMutex** mutex, const VornMutexAttr* attr
  *
  * Returns VORN_OK; VORN_E_INVALID_ARG mutex null or `*mutex` 0; VORN_E_BUSY it is held, by the caller or by
  * someone else, or another thread created it during the call (nothing changed); VORN_E_SYSTEM its wake event
- * could not be signalled (nothing destroyed).
+ * could not be signalled (nothing destroyed); VORN_E_NO_MEMORY it is recursive or error-checking, and no
+ * record can be made for a foreign calling thread (nothing changed).
  */
 VORN_API VornStatus VornMutexDestroy(VornMutex** mutex);
 

@@ -198,11 +198,17 @@ VornStatus TryLockCreated(VornMutex* mutex) noexcept
     return ReleaseWord(mutex);
 }
 
+// Another thread may have destroyed the mutex again after its creation, so everything is looked at anew.
 [[gnu::noinline]] VornStatus CreateAndLock(VornMutex** mutex) noexcept
 {
     const VornStatus status = CreateOnFirstUse(mutex);
-    // Another thread may have destroyed it again, so everything is looked at anew.
     return status == VORN_OK ? VornMutexLock(mutex) : status;
+}
+
+[[gnu::noinline]] VornStatus CreateAndTryLock(VornMutex** mutex) noexcept
+{
+    const VornStatus status = CreateOnFirstUse(mutex);
+    return status == VORN_OK ? VornMutexTryLock(mutex) : status;
 }
 
 VornStatus DestroyInitializer(VornMutex** mutex) noexcept
@@ -242,13 +248,8 @@ extern "C" VornStatus VornMutexLock(VornMutex** mutex)
 extern "C" VornStatus VornMutexTryLock(VornMutex** mutex)
 {
     if (mutex == nullptr) return VORN_E_INVALID_ARG;
-    VornMutex* created = LoadHandle(mutex);
-    if (IsInitializerOrNull(created)) {
-        const VornStatus status = CreateOnFirstUse(mutex);
-        if (status != VORN_OK) return status;
-        created = LoadHandle(mutex);
-    }
-    return TryLockCreated(created);
+    VornMutex* const created = LoadHandle(mutex);
+    return IsInitializerOrNull(created) ? CreateAndTryLock(mutex) : TryLockCreated(created);
 }
 
 extern "C" VornStatus VornMutexUnlock(VornMutex** mutex)

@@ -8,6 +8,8 @@
 #include "thread/thread_runner.h"
 
 #include <gtest/gtest.h>
+#include <string>
+#include <utility>
 #include <vector>
 
 using namespace vorn_test;
@@ -211,6 +213,77 @@ TEST(MutexFirstUse, ShowsOtherThreadsTheInitializerUntilTheRecordIsComplete)
     EXPECT_EQ(seenWhileCreating, VORN_MUTEX_INITIALIZER);
     EXPECT_EQ(VornMutexUnlock(&watchedMutex), VORN_OK);
     EXPECT_EQ(VornMutexDestroy(&watchedMutex), VORN_OK);
+}
+
+namespace {
+
+// What another thread does at the edge of the lock over all creations: just before it is taken, or just after
+// it was given back. Done once.
+class ElsewhereMeanwhile {
+public:
+    ElsewhereMeanwhile(const char* edge, void (*action)()) : redirect_(edge, &Reach)
+    {
+        EXPECT_TRUE(redirect_.Found());
+        action_ = action;
+        entering_ = std::string(edge) == "EnterCriticalSection";
+        original_ = redirect_.Original<decltype(original_)>();
+    }
+    ElsewhereMeanwhile(const ElsewhereMeanwhile&) = delete;
+    ElsewhereMeanwhile& operator=(const ElsewhereMeanwhile&) = delete;
+    ~ElsewhereMeanwhile() { EXPECT_EQ(action_, nullptr) << "the edge was not reached"; }
+
+private:
+    static void WINAPI Reach(CRITICAL_SECTION* section)
+    {
+        if (!entering_) original_(section);
+        if (const auto action = std::exchange(action_, nullptr)) action();
+        if (entering_) original_(section);
+    }
+
+    inline static void(WINAPI* original_)(CRITICAL_SECTION*);
+    inline static void (*action_)();
+    inline static bool entering_;
+    ImportRedirect redirect_;
+};
+
+void UseWatchedMutex()
+{
+    EXPECT_EQ(VornMutexLock(&watchedMutex), VORN_OK);
+    EXPECT_EQ(VornMutexUnlock(&watchedMutex), VORN_OK);
+}
+
+void DestroyWatchedMutex()
+{
+    EXPECT_EQ(VornMutexDestroy(&watchedMutex), VORN_OK);
+}
+
+}  // namespace
+
+TEST(MutexFirstUse, TakesTheRecordThatAnotherThreadHasCreatedMeanwhile)
+{
+    for (const auto lock : {&VornMutexLock, &VornMutexTryLock}) {
+        watchedMutex = VORN_MUTEX_INITIALIZER;
+        const FailingCall events(kCreateEvent, 0);
+        {
+            const ElsewhereMeanwhile created("EnterCriticalSection", &UseWatchedMutex);
+            EXPECT_EQ(lock(&watchedMutex), VORN_OK);
+        }
+        EXPECT_EQ(events.Calls(), 1);
+        EXPECT_EQ(VornMutexUnlock(&watchedMutex), VORN_OK);
+        EXPECT_EQ(VornMutexDestroy(&watchedMutex), VORN_OK);
+    }
+}
+
+TEST(MutexFirstUse, RefusesAVariableThatAnotherThreadHasDestroyedMeanwhile)
+{
+    for (const char* edge : {"EnterCriticalSection", "LeaveCriticalSection"}) {
+        for (const auto lock : {&VornMutexLock, &VornMutexTryLock}) {
+            watchedMutex = VORN_MUTEX_INITIALIZER;
+            const ElsewhereMeanwhile destroyed(edge, &DestroyWatchedMutex);
+            EXPECT_EQ(lock(&watchedMutex), VORN_E_INVALID_ARG) << edge;
+            EXPECT_EQ(watchedMutex, nullptr);
+        }
+    }
 }
 
 TEST(MutexFirstUse, CreatesOneRecordWhenThreadsRace)
@@ -481,6 +554,7 @@ TEST(MutexOwned, CannotBeLockedByAThreadWithoutIdentity)
             EXPECT_EQ(VornMutexLock(&m.mutex), VORN_E_NO_MEMORY);
             EXPECT_EQ(VornMutexTryLock(&m.mutex), VORN_E_NO_MEMORY);
             EXPECT_EQ(VornMutexUnlock(&m.mutex), VORN_E_NOT_PERMITTED);
+            EXPECT_EQ(VornMutexDestroy(&m.mutex), VORN_E_NO_MEMORY);
         }).Wait();
         EXPECT_EQ(LockWord(m.mutex), 0);
     }
@@ -496,6 +570,17 @@ TEST(MutexDestroy, TurnsAnInitializerIntoNull)
         EXPECT_EQ(mutex, nullptr);
         EXPECT_EQ(VornMutexDestroy(&mutex), VORN_E_INVALID_ARG);
     }
+}
+
+TEST(MutexDestroy, RefusesAnInitializerThatAnotherThreadHasUsedMeanwhile)
+{
+    watchedMutex = VORN_MUTEX_INITIALIZER;
+    {
+        const ElsewhereMeanwhile created("EnterCriticalSection", &UseWatchedMutex);
+        EXPECT_EQ(VornMutexDestroy(&watchedMutex), VORN_E_BUSY);
+    }
+    UseWatchedMutex();
+    DestroyWatchedMutex();
 }
 
 TEST(MutexDestroy, RefusesAHeldMutex)
@@ -521,6 +606,48 @@ TEST(MutexDestroy, LeavesARecursiveMutexThatTheCallerHoldsAsItWas)
     EXPECT_EQ(LockWord(m.mutex), 1);
     EXPECT_EQ(VornMutexUnlock(&m.mutex), VORN_OK);
     EXPECT_EQ(VornMutexUnlock(&m.mutex), VORN_OK);
+}
+
+namespace {
+
+VornMutex* steppedMutex;
+
+// Stands in for a contender: goes along instruction by instruction until the word is held, and marks it.
+LONG WINAPI MarkWhenHeld(EXCEPTION_POINTERS* raised)
+{
+    constexpr DWORD kTrapFlag = 0x100;
+    if (raised->ExceptionRecord->ExceptionCode != EXCEPTION_SINGLE_STEP) return EXCEPTION_CONTINUE_SEARCH;
+    if (LockWord(steppedMutex) == 1) {
+        FieldAt<int32_t>(steppedMutex, kLockWord) = -1;
+        raised->ContextRecord->EFlags &= ~kTrapFlag;
+    } else {
+        raised->ContextRecord->EFlags |= kTrapFlag;
+    }
+    return EXCEPTION_CONTINUE_EXECUTION;
+}
+
+}  // namespace
+
+TEST(MutexDestroy, PutsTheMutexBackWhenItCannotBeUnlocked)
+{
+    for (const VornMutexAttr* attr : {&kNormal, &kRecursive, &kErrorCheck}) {
+        VornMutex* mutex = nullptr;
+        ASSERT_EQ(VornMutexCreate(&mutex, attr), VORN_OK);
+        VornMutex* const before = steppedMutex = mutex;
+        void* const handler = AddVectoredExceptionHandler(1, &MarkWhenHeld);
+        {
+            const FailingCall fail(kSetEvent);
+            asm volatile("pushfq; orq $0x100, (%%rsp); popfq" ::: "memory", "cc");
+            const VornStatus status = VornMutexDestroy(&mutex);
+            EXPECT_EQ(status, VORN_E_SYSTEM);
+            EXPECT_EQ(fail.Failures(), 1);
+        }
+        RemoveVectoredExceptionHandler(handler);
+        EXPECT_EQ(mutex, before);
+        EXPECT_EQ(LockWord(mutex), 0);
+        EXPECT_EQ(VornMutexDestroy(&mutex), VORN_OK);
+        EXPECT_EQ(mutex, nullptr);
+    }
 }
 
 TEST(MutexDestroy, GivesBackTheRecordAndItsEvent)
