@@ -52,10 +52,11 @@ VORN_API VornStatus VornThreadDetach(VornThread* thread);
  * is what the function returned or VornThreadExit was given; all ones for a thread that was cancelled.
  * `result` may be null. A cancellation point.
  *
- * Returns VORN_OK; VORN_E_INVALID_ARG no live thread record; VORN_E_DETACHED the thread is detached, as
- * adopted ones always are; VORN_E_NO_MEMORY no record can be made for the caller; VORN_E_DEADLOCK the thread
- * is the caller; VORN_E_SYSTEM the wait failed. On failure the thread stays joinable. Any thread may call
- * this, once per thread.
+ * Returns VORN_OK; VORN_E_INVALID_ARG no live thread record, also after a wait during which the thread was
+ * detached and its record freed; VORN_E_DETACHED the thread is detached, as adopted ones always are;
+ * VORN_E_NO_MEMORY no record can be made for the caller; VORN_E_DEADLOCK the thread is the caller;
+ * VORN_E_SYSTEM the wait failed. On failure the thread stays joinable. Any thread may call this, once per
+ * thread.
  */
 VORN_API VornStatus VornThreadJoin(VornThread* thread, void** result);
 

@@ -196,11 +196,11 @@ extern "C" VornStatus VornThreadJoin(VornThread* thread, void** result)
     use.Release();
     const VornStatus status = WaitCancellable(handle, INFINITE);
     if (status != VORN_OK) return status;
-    void* const value = thread->exitValue;
-    // The system thread has ended, so no lock is needed: the record belongs to whoever unregisters it.
+    // The system thread has ended, so no lock is needed: the record belongs to whoever unregisters it, and is
+    // gone already where somebody has detached the thread meanwhile.
     if (!UnregisterThread(thread)) return VORN_E_INVALID_ARG;
+    if (result != nullptr) *result = thread->exitValue;
     FreeThreadRecord(thread);
-    if (result != nullptr) *result = value;
     return VORN_OK;
 }
 

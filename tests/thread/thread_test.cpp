@@ -253,6 +253,67 @@ TEST(ThreadJoin, LeavesTheThreadJoinableWhenTheWaitFails)
     EXPECT_EQ(result, kValue);
 }
 
+namespace {
+
+// A thread whose record lies on a page of its own, which freeing it makes inaccessible.
+struct RecordOnAPage {
+    void* page = VirtualAlloc(nullptr, 4096, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE);
+    int callsUntilRecord = 2;  // the first allocation is the start block
+    VornThread* thread = nullptr;
+    Event end;
+};
+RecordOnAPage* paged;
+void* (*originalCalloc)(size_t, size_t);
+void (*originalFree)(void*);
+
+void* CallocOnPage(size_t count, size_t size)
+{
+    return --paged->callsUntilRecord == 0 ? paged->page : originalCalloc(count, size);
+}
+
+void FreeOnPage(void* block)
+{
+    DWORD before = 0;
+    if (block == paged->page) {
+        VirtualProtect(block, 4096, PAGE_NOACCESS, &before);
+    } else {
+        originalFree(block);
+    }
+}
+
+DWORD WINAPI DetachAndWait(DWORD, const HANDLE* objects, BOOL, DWORD)
+{
+    HANDLE handle = nullptr;
+    DuplicateHandle(GetCurrentProcess(), objects[0], GetCurrentProcess(), &handle, SYNCHRONIZE, FALSE, 0);
+    EXPECT_EQ(VornThreadDetach(paged->thread), VORN_OK);
+    paged->end.Set();
+    EXPECT_TRUE(WaitBounded(handle));
+    CloseHandle(handle);
+    return WAIT_OBJECT_0;
+}
+
+}  // namespace
+
+TEST(ThreadJoin, DoesNotTouchTheRecordOfAThreadThatWasDetachedMeanwhile)
+{
+    VornThreadSelf();
+    RecordOnAPage record;
+    paged = &record;
+    {
+        const ImportRedirect allocating("calloc", &CallocOnPage);
+        const ImportRedirect freeing("free", &FreeOnPage);
+        const ImportRedirect waiting("WaitForMultipleObjects", &DetachAndWait);
+        originalCalloc = allocating.Original<decltype(originalCalloc)>();
+        originalFree = freeing.Original<decltype(originalFree)>();
+        ASSERT_EQ(VornThreadCreate(&record.thread, nullptr, &AwaitEvent, &record.end), VORN_OK);
+        ASSERT_EQ(static_cast<void*>(record.thread), record.page);
+        void* result = kValue;
+        EXPECT_EQ(VornThreadJoin(record.thread, &result), VORN_E_INVALID_ARG);
+        EXPECT_EQ(result, kValue);
+    }
+    VirtualFree(record.page, 0, MEM_RELEASE);
+}
+
 TEST(ThreadDetach, FreesARunningThreadsRecordWhenItEnds)
 {
     VornThreadSelf();
