@@ -199,11 +199,12 @@ VORN_API VornStatus VornHeapLoad(VornHeap* heap, const wchar_t* fileName);
 /* ---- Release ---- */
 
 /**
- * Closes a handle, which is invalid from then on. A local heap's memory is not touched any more. The last
- * handle on a shared heap unmaps its memory.
+ * Closes a handle, which is invalid from then on; a damaged heap can be closed too. A local heap's memory is
+ * not touched any more. The last handle on a shared heap unmaps its memory. No other thread may be waiting for
+ * the heap's lock with this handle.
  *
- * Returns VORN_OK; the statuses of entering; the status of VornMutexDestroy; VORN_E_SYSTEM the lock could not
- * be closed. The last error is the same.
+ * Returns VORN_OK; the statuses of entering except VORN_E_HEAP_CORRUPT; the status of VornMutexDestroy;
+ * VORN_E_SYSTEM the lock could not be closed. The last error is the same.
  * Deliberate: closing a handle that is not the last leaves the memory mapped in this process; its address, as
  * VornHeapGetBasePtr gave it, can be given to VornSharedMemFree.
  */

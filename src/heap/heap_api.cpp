@@ -69,8 +69,7 @@ extern "C" VornStatus VornHeapDestroy(VornHeap* heap)
     Record<VornHeap> freed(heap);
     if (destroyed.mutex != nullptr) status = VornMutexDestroy(&destroyed.mutex);
     if (destroyed.semaphore != nullptr) status = DetachSharedHeap(&destroyed);
-    VornSetLastError(status);
-    return status;
+    return Report(status);
 }
 
 extern "C" uint64_t VornHeapAlloc(VornHeap* heap, uint64_t size)
@@ -87,10 +86,7 @@ extern "C" VornStatus VornHeapFree(VornHeap* heap, uint64_t offset)
 
 extern "C" VornStatus VornHeapEnumerate(VornHeap* heap, VornHeapCallback callback, void* context)
 {
-    if (callback == nullptr) {
-        VornSetLastError(VORN_E_INVALID_ARG);
-        return VORN_E_INVALID_ARG;
-    }
+    if (callback == nullptr) return Report(VORN_E_INVALID_ARG);
     return InsideArea(heap, [&](const HeapArea& area) {
         AddToWord(area.Header().stateFlag, 1);
         const VornStatus status = WalkBlocks(area, callback, context);

@@ -59,21 +59,23 @@ private:
     VornStatus status_;
 };
 
+// Ends a function with its status, which is also the last error.
+inline VornStatus Report(VornStatus status) noexcept
+{
+    VornSetLastError(status);
+    return status;
+}
+
 // A heap's operation: validates the handle, enters, works, stores the outcome in the last error, leaves.
 // `work` gets the record and returns the status.
 template <class Work>
 VornStatus InsideHeap(VornHeap* heap, Work&& work)
 {
-    VornStatus status = VORN_E_INVALID_ARG;
-    if (Heaps().Contains(heap)) {
-        const HeapEntry entry(heap);
-        status = entry.Status();
-        if (status == VORN_OK) status = work(*heap);
-        VornSetLastError(status);
-        return status;
-    }
-    VornSetLastError(status);
-    return status;
+    if (!Heaps().Contains(heap)) return Report(VORN_E_INVALID_ARG);
+    const HeapEntry entry(heap);
+    VornStatus status = entry.Status();
+    if (status == VORN_OK) status = work(*heap);
+    return Report(status);  // before the heap is left
 }
 
 // The same for work on the heap's area, which is damaged when its header cannot be believed.

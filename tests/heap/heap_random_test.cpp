@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <gtest/gtest.h>
 #include <map>
+#include <memory>
 #include <random>
 
 using namespace vorn::detail;
@@ -38,6 +39,33 @@ public:
             Reload();
         }
         if (testing::Test::HasFatalFailure()) return;
+        Judge();
+    }
+
+    // Goes on in a heap that is larger by `extra` bytes and has the tree root that the image needs.
+    void MoveToLargerHeap(uint64_t extra)
+    {
+        const uint64_t size = heap_->Size() / 2 * 2;
+        const std::vector<uint8_t> image(heap_->Bytes(), heap_->Bytes() + size);
+        std::unique_ptr<TestArea> larger(new TestArea(size + extra));
+        Write64(larger->Bytes(), 64, seen_.root);
+        ASSERT_EQ(Load(larger->Area(), image), VORN_OK);
+        heap_ = std::move(larger);
+
+        const uint64_t gap = extra / 2 * 2;
+        const SeenBlock last = seen_.blocks.back();
+        if (gap != 0 && !last.allocated) {
+            tree_.Remove(last.offset);
+            tree_.Insert(last.offset, last.size + gap);
+        } else if (gap >= 64) {
+            tree_.Insert(size - 32, gap);
+        }
+        Judge();
+    }
+
+private:
+    void Judge()
+    {
         seen_ = heap_->Look();
         ASSERT_EQ(seen_.problem, "");
         const HeapVerdict verdict = CheckHeap(heap_->Area());
@@ -45,7 +73,6 @@ public:
         CompareTree();
     }
 
-private:
     void Allocate()
     {
         uint64_t request = random_() % 8 == 0 ? random_() % 40 : random_() % largestRequest_;
@@ -182,5 +209,17 @@ TEST(HeapRandom, TheSmallestHeapsKeepEveryRule)
     for (uint64_t size = 269; size < 700; size += 7) {
         RunSteps(static_cast<uint32_t>(size), size, 80, 600);
         if (HasFatalFailure()) return;
+    }
+}
+
+TEST(HeapRandom, HeapsThatMoveIntoLargerOnesKeepEveryRule)
+{
+    for (uint32_t seed = 1; seed <= 40; ++seed) {
+        RandomRun run(seed, 600 + seed * 50, 150);
+        for (uint64_t extra = 0; extra < 200; extra += 9) {
+            for (int step = 0; step < 40 && !HasFatalFailure(); ++step) run.Step();
+            if (!HasFatalFailure()) run.MoveToLargerHeap(extra);
+            ASSERT_FALSE(HasFatalFailure()) << "seed " << seed << ", larger by " << extra;
+        }
     }
 }

@@ -214,7 +214,7 @@ TEST_F(HeapTool, ALiveSharedHeapIsReadUnderItsLockAndLeftAsItWas)
 
     HANDLE lock =
         OpenSemaphoreW(SYNCHRONIZE | SEMAPHORE_MODIFY_STATE, FALSE, (L"Global\\" + name + L"_SEM").c_str());
-    ASSERT_TRUE(WaitBounded(lock, 1000));
+    ASSERT_TRUE(WaitBounded(lock));
     const ToolResult locked = RunTool(L"--shared " + name + L" --timeout 100");
     EXPECT_EQ(locked.exitCode, 2u);
     EXPECT_TRUE(Has(locked.output, "not free within 100 ms")) << locked.output;
