@@ -1,5 +1,4 @@
-#include <vorn/runtime.h>
-#include <vorn/thread.h>
+#include <vorn/vorn.h>
 
 #include "core/win32.h"
 
@@ -8,6 +7,7 @@
 #include "support/leak_watch.h"
 
 #include <gtest/gtest.h>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -26,15 +26,41 @@ protected:
     }
 };
 
+struct SystemVersion {
+    DWORD platformId, major, minor;
+};
+
 DWORD structureSize;
-DWORD platformId;
-BOOL WINAPI RecordVersion(OSVERSIONINFOW* version)
+SystemVersion pretended = {2, 10, 7};
+BOOL WINAPI PretendVersion(OSVERSIONINFOW* version)
 {
     structureSize = version->dwOSVersionInfoSize;
-    version->dwPlatformId = platformId;
-    version->dwMajorVersion = 10;
-    version->dwMinorVersion = 7;
+    version->dwPlatformId = pretended.platformId;
+    version->dwMajorVersion = pretended.major;
+    version->dwMinorVersion = pretended.minor;
     return TRUE;
+}
+
+std::wstring createdName;
+HANDLE WINAPI RememberNameAndRefuse(SECURITY_ATTRIBUTES*, LONG, LONG, const wchar_t* name)
+{
+    createdName = name;
+    SetLastError(kGenericFailure);
+    return nullptr;
+}
+
+// The name under which the library asks for a named object on a system of this version.
+std::wstring NameOfSharedObject(const SystemVersion& version)
+{
+    pretended = version;
+    createdName.clear();
+    const ImportRedirect versions("GetVersionExW", &PretendVersion);
+    const ImportRedirect semaphores("CreateSemaphoreW", &RememberNameAndRefuse);
+    EXPECT_EQ(VornInitialize(), VORN_OK);
+    VornSemaphore* semaphore = nullptr;
+    EXPECT_EQ(VornSemaphoreOpen(&semaphore, "name", VORN_SEMAPHORE_CREATE, 0, nullptr), VORN_E_SYSTEM);
+    VornTerminate();
+    return createdName;
 }
 
 }  // namespace
@@ -187,11 +213,22 @@ TEST_F(Runtime, TerminateAndInitializeAgainStartFromTheBeginning)
 TEST_F(Runtime, AsksForTheVersionWithTheStructureSizeOf276Bytes)
 {
     structureSize = 0;
-    ImportRedirect redirect("GetVersionExW", &RecordVersion);
+    ImportRedirect redirect("GetVersionExW", &PretendVersion);
     ASSERT_TRUE(redirect.Found());
     ASSERT_EQ(VornInitialize(), VORN_OK);
     VornTerminate();
     EXPECT_EQ(structureSize, 276u);
+}
+
+TEST_F(Runtime, NamedObjectsAreGlobalFromMajorVersion5OnSaveOnTheLegacyPlatform)
+{
+    EXPECT_EQ(NameOfSharedObject({2, 10, 0}), L"Global\\name");
+    EXPECT_EQ(NameOfSharedObject({2, 5, 0}), L"Global\\name");
+    EXPECT_EQ(NameOfSharedObject({2, 4, 9}), L"name");
+    EXPECT_EQ(NameOfSharedObject({1, 4, 10}), L"name");
+    EXPECT_EQ(NameOfSharedObject({1, 10, 0}), L"name");
+    EXPECT_EQ(NameOfSharedObject({0, 5, 0}), L"Global\\name");
+    EXPECT_EQ(NameOfSharedObject({3, 5, 0}), L"Global\\name");
 }
 
 TEST_F(Runtime, AnUnreadableAffinityMaskOrVersionIsNoFailure)
