@@ -30,6 +30,19 @@ public:
         const uintptr_t word = reinterpret_cast<uintptr_t>(value);
         return table_.load(std::memory_order_relaxed)[SlotOf(word)] == word;
     }
+    // A value for which `matches` is true; null when there is none. Looks at every slot.
+    template <class Predicate>
+    const void* FindIf(Predicate matches) const
+    {
+        const uintptr_t* table = table_.load(std::memory_order_relaxed);
+        for (size_t left = size_; left != 0; ++table) {
+            if (*table == 0) continue;
+            const void* const value = reinterpret_cast<const void*>(*table);
+            if (matches(value)) return value;
+            --left;
+        }
+        return nullptr;
+    }
     // Takes out one value, whichever; null when the set is empty.
     const void* TakeAny() noexcept;
     size_t Size() const noexcept { return size_; }

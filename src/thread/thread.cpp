@@ -141,13 +141,14 @@ extern "C" VornStatus VornThreadCreate(VornThread** out, const VornThreadAttr* a
     start->function = function;
     start->argument = argument;
 
-    const HANDLE handle =
-        CreateThread(nullptr, 0, &StartRoutine, start.Get(), CREATE_SUSPENDED, &thread->threadId);
+    DWORD threadId = 0;
+    const HANDLE handle = CreateThread(nullptr, 0, &StartRoutine, start.Get(), CREATE_SUSPENDED, &threadId);
     if (handle == nullptr) {
         DiscardThreadRecord(thread);
         return VORN_E_SYSTEM;
     }
     thread->handle = handle;
+    thread->threadId.store(threadId);
     if (chosen.priority != THREAD_PRIORITY_NORMAL) SetThreadPriority(handle, chosen.priority);
     // The thread may use the caller's variable as soon as it runs, and a detached one may be gone, with its
     // record, before ResumeThread returns.

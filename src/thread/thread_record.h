@@ -42,7 +42,7 @@ struct VornThread {
     VornMutex* stateLock;  // guards state, detached, cancelState and cancelType
     std::atomic<uint32_t> cancelState;
     std::atomic<uint32_t> cancelType;
-    DWORD threadId;
+    std::atomic<DWORD> threadId;
     DWORD processId;
     std::atomic<int32_t> state;               // a ThreadState
     vorn::detail::CleanupNode* cleanupStack;  // touched by the thread itself only

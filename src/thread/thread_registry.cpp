@@ -62,6 +62,18 @@ bool UnregisterThread(VornThread* thread) noexcept
     }
 }
 
+VornThread* FindStartedThread(uint32_t threadId) noexcept
+{
+    RegistryScope scope;
+    if (!scope) return nullptr;
+    const void* const found = threads.FindIf([threadId](const void* value) {
+        const auto* const thread = static_cast<const VornThread*>(value);
+        return thread->threadId.load() == threadId && thread->adopted == 0 &&
+               thread->state.load() != kStateFinished;
+    });
+    return static_cast<VornThread*>(const_cast<void*>(found));
+}
+
 ThreadUse::ThreadUse(VornThread* thread) noexcept : thread_(nullptr)
 {
     if (thread == nullptr) return;

@@ -16,6 +16,10 @@ bool RegisterThread(VornThread* thread) noexcept;
 // True for exactly one caller per record, who may free it; returns when no ThreadUse holds it any more.
 bool UnregisterThread(VornThread* thread) noexcept;
 
+// The record of the library-started thread that has this system id and has not finished; null for every other
+// thread. The record lives at least as long as that thread.
+VornThread* FindStartedThread(uint32_t threadId) noexcept;
+
 // Keeps a record from being freed for a scope; empty for a handle that is no live record's. Meant for short
 // sections: the end of a detached thread waits for them.
 class ThreadUse {

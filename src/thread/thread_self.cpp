@@ -26,23 +26,30 @@ HANDLE DuplicateCurrentThread() noexcept
     return GetCurrentThread();
 }
 
-// Makes the record of a thread that the library did not start.
+// Makes the calling thread's record, for a thread that the library did not start.
+VornThread* MakeAdoptedRecord() noexcept
+{
+    VornThread* const thread = MakeThreadRecord();
+    if (thread == nullptr) return nullptr;
+    thread->adopted = 1;
+    thread->detached.store(1, std::memory_order_relaxed);
+    thread->handle = DuplicateCurrentThread();
+    thread->priority = GetThreadPriority(GetCurrentThread());
+    thread->threadId.store(GetCurrentThreadId());
+    return thread;
+}
+
+// Gives the calling thread a record that it finds. A thread that the library started has one, but does not
+// find it before its start routine runs, and the other modules of the process come before that.
 [[gnu::noinline]] VornThread* AdoptCurrentThread() noexcept
 {
     if (selfKey == nullptr) return nullptr;
     const DWORD error = GetLastError();
-    VornThread* thread = MakeThreadRecord();
-    if (thread != nullptr) {
-        thread->adopted = 1;
-        thread->detached.store(1, std::memory_order_relaxed);
-        thread->handle = DuplicateCurrentThread();
-        thread->priority = GetThreadPriority(GetCurrentThread());
-        thread->threadId = GetCurrentThreadId();
-        if (!TlsSetValue(selfKey->slot, thread)) {
-            UnregisterThread(thread);
-            FreeThreadRecord(thread);
-            thread = nullptr;
-        }
+    VornThread* const started = FindStartedThread(GetCurrentThreadId());
+    VornThread* thread = started != nullptr ? started : MakeAdoptedRecord();
+    if (thread != nullptr && !TlsSetValue(selfKey->slot, thread)) {
+        if (started == nullptr && UnregisterThread(thread)) FreeThreadRecord(thread);
+        thread = nullptr;
     }
     SetLastError(error);
     return thread;

@@ -33,6 +33,38 @@ TEST(PointerSet, InsertingAValueTwiceKeepsOne)
     EXPECT_FALSE(set.Erase(Pointer(0x1000)));
 }
 
+TEST(PointerSet, FindsAValueByWhatItIsLike)
+{
+    PointerSet set;
+    const auto any = [](const void*) { return true; };
+    EXPECT_EQ(set.FindIf(any), nullptr);
+    for (uintptr_t value = 1; value <= 100; ++value) ASSERT_TRUE(set.Insert(Pointer(16 * value)));
+    for (uintptr_t value = 1; value <= 100; ++value) {
+        const auto isIt = [value](const void* found) { return found == Pointer(16 * value); };
+        EXPECT_EQ(set.FindIf(isIt), Pointer(16 * value));
+        EXPECT_TRUE(set.Erase(Pointer(16 * value)));
+        EXPECT_EQ(set.FindIf(isIt), nullptr);
+    }
+    EXPECT_EQ(set.FindIf(any), nullptr);
+}
+
+TEST(PointerSet, GivesUpOneValueAfterTheOther)
+{
+    PointerSet set;
+    std::set<const void*> left;
+    EXPECT_EQ(set.TakeAny(), nullptr);
+    for (uintptr_t value = 1; value <= 100; ++value) {
+        ASSERT_TRUE(set.Insert(Pointer(16 * value)));
+        left.insert(Pointer(16 * value));
+    }
+    while (const void* const taken = set.TakeAny()) {
+        EXPECT_EQ(left.erase(taken), 1u);
+        EXPECT_FALSE(set.Contains(taken));
+    }
+    EXPECT_TRUE(left.empty());
+    EXPECT_EQ(set.Size(), 0u);
+}
+
 TEST(PointerSet, AgreesWithAnOrderedSetOverARandomSequence)
 {
     std::mt19937 random(20261121);

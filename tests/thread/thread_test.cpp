@@ -452,6 +452,57 @@ TEST(ThreadSelf, LeavesBothLastErrorsAlone)
     VornTerminate();
 }
 
+namespace {
+
+// What this program does, as another module might, when a thread comes up: before its start routine runs.
+void (*onThreadAttach)() = nullptr;
+
+void NTAPI OnThread(void*, DWORD reason, void*)
+{
+    if (reason == DLL_THREAD_ATTACH && onThreadAttach != nullptr) onThreadAttach();
+}
+__attribute__((used, section(".CRT$XLF"))) const PIMAGE_TLS_CALLBACK onThread = &OnThread;
+
+struct SeenAtAttach {
+    VornThread* self = nullptr;
+    VornThreadKey* key = nullptr;
+    int destroyed = 0;
+    int cleanedUp = 0;
+};
+SeenAtAttach* seen;
+
+}  // namespace
+
+TEST(ThreadSelf, GivesAThreadOfTheLibraryItsRecordAlsoBeforeItsStartRoutine)
+{
+    VornThreadSelf();
+    SeenAtAttach atAttach;
+    seen = &atAttach;
+    const LeakWatch watch;
+    ASSERT_EQ(VornThreadKeyCreate(&seen->key, [](void*) { ++seen->destroyed; }), VORN_OK);
+    for (int round = 1; round <= 3; ++round) {
+        onThreadAttach = [] {
+            seen->self = VornThreadSelf();
+            EXPECT_EQ(VornThreadSetSpecific(seen->key, seen), VORN_OK);
+            VornThreadCleanupPush([](void*) { ++seen->cleanedUp; }, nullptr);
+        };
+        VornThread* thread = nullptr;
+        void* value = nullptr;
+        EXPECT_EQ(VornThreadCreate(
+                      &thread, nullptr, [](void*) { return VornThreadGetSpecific(seen->key); }, nullptr),
+                  VORN_OK);
+        VornThread* const created = thread;
+        EXPECT_EQ(VornThreadJoin(thread, &value), VORN_OK);
+        onThreadAttach = nullptr;
+        EXPECT_EQ(seen->self, created);
+        EXPECT_EQ(value, seen);
+        EXPECT_EQ(seen->destroyed, round);
+        EXPECT_EQ(seen->cleanedUp, round);
+    }
+    EXPECT_EQ(VornThreadKeyDelete(seen->key), VORN_OK);
+    EXPECT_EQ(watch.Leaks(), "");
+}
+
 TEST(ThreadSelf, FreesAnAdoptedRecordWhenTheThreadEnds)
 {
     VornThreadSelf();
