@@ -470,6 +470,7 @@ private:
         *end = 0;
     }
     void GrowTo(uint64_t capacity);
+    uint64_t AllocationFor(uint64_t capacity) const noexcept;
     void AdoptBuffer(wchar_t* buffer, uint32_t length, uint32_t capacity) noexcept;
     void ReplaceBuffer(wchar_t* buffer, uint32_t length, uint32_t capacity) noexcept;
     void TakeOver(UniStr& other) noexcept;
@@ -481,11 +482,14 @@ private:
     // shared terminator that is never written.
     wchar_t* buffer_;
     wchar_t* end_;
-    uint32_t capacity_;  // units allocated, the terminator's included
+    uint32_t capacity_;  // units that may be used, the terminator's included
     // The copy that C_Str made last; not kept in step with edits.
     mutable char* narrow_;
     mutable char* narrowEnd_;
     mutable uint32_t narrowCapacity_;  // bytes allocated
+    // Units that the buffer has, capacity_ or more: the capacity grows in small steps, and not each of them
+    // is worth a new buffer.
+    uint32_t allocated_;
 };
 
 /// Concatenation: the left text with fresh capacity, then the right one appended.

@@ -48,12 +48,15 @@ void UniStr::Splice(uint32_t pos, uint32_t count, const wchar_t* s, uint32_t n, 
 {
     const uint32_t tail = pos + count;
     const uint64_t length = uint64_t{Size()} - count + n;
-    if (length >= capacity_) {
-        UnitArray buffer = AllocateUnits(grownCapacity);
+    const uint64_t capacity = length < capacity_ ? capacity_ : grownCapacity;
+    if (capacity > allocated_) {
+        const uint64_t allocation = AllocationFor(capacity);
+        UnitArray buffer = AllocateUnits(allocation);
         CopyUnits(buffer.get(), buffer_, pos);
         CopyUnits(buffer.get() + pos, s, n);
         CopyUnits(buffer.get() + pos + n, buffer_ + tail, Size() - tail);
-        ReplaceBuffer(buffer.release(), static_cast<uint32_t>(length), static_cast<uint32_t>(grownCapacity));
+        ReplaceBuffer(buffer.release(), static_cast<uint32_t>(length), static_cast<uint32_t>(allocation));
+        capacity_ = static_cast<uint32_t>(capacity);
         return;
     }
     UnitArray copy;
@@ -63,6 +66,7 @@ void UniStr::Splice(uint32_t pos, uint32_t count, const wchar_t* s, uint32_t n, 
         CopyUnits(copy.get(), s, n);
         s = copy.get();
     }
+    capacity_ = static_cast<uint32_t>(capacity);
     if (count > n) {
         ShiftLeft(tail, count - n);
     } else {
@@ -76,8 +80,9 @@ void UniStr::AppendString(const wchar_t* s, uint32_t n)
     if (n == 0) n = UnitLength(s);
     if (n == 0) return;
     if (uint64_t{Size()} + n < capacity_) {
-        MoveUnits(end_, s, n);  // s may lie in this buffer and reach to the terminator
-        SetEnd(end_ + n);
+        wchar_t* const end = end_;
+        MoveUnits(end, s, n);  // s may lie in this buffer and reach to the terminator
+        SetEnd(end + n);
         return;
     }
     Splice(Size(), 0, s, n, GrowthStep(n));

@@ -25,7 +25,8 @@ UniStr::UniStr()
       capacity_(kSmallestCapacity),
       narrow_(nullptr),
       narrowEnd_(nullptr),
-      narrowCapacity_(0)
+      narrowCapacity_(0),
+      allocated_(kSmallestCapacity)
 {
     *end_ = 0;
 }
@@ -90,6 +91,7 @@ void UniStr::AdoptBuffer(wchar_t* buffer, uint32_t length, uint32_t capacity) no
     narrow_ = nullptr;
     narrowEnd_ = nullptr;
     narrowCapacity_ = 0;
+    allocated_ = capacity;
 }
 
 // Takes the other's fields without looking at this string's own.
@@ -101,6 +103,7 @@ void UniStr::TakeOver(UniStr& other) noexcept
     narrow_ = std::exchange(other.narrow_, nullptr);
     narrowEnd_ = std::exchange(other.narrowEnd_, nullptr);
     narrowCapacity_ = std::exchange(other.narrowCapacity_, 0);
+    allocated_ = std::exchange(other.allocated_, 0);
 }
 
 void UniStr::ReplaceBuffer(wchar_t* buffer, uint32_t length, uint32_t capacity) noexcept
@@ -110,6 +113,7 @@ void UniStr::ReplaceBuffer(wchar_t* buffer, uint32_t length, uint32_t capacity) 
     end_ = buffer + length;
     *end_ = 0;
     capacity_ = capacity;
+    allocated_ = capacity;
 }
 
 void UniStr::DiscardCodepageCopy() const noexcept
@@ -148,13 +152,24 @@ void UniStr::IncreaseCapacity(uint32_t n)
     GrowTo(uint64_t{capacity_} + n);
 }
 
+// The units to allocate for a capacity that the buffer lacks: at least twice what it has, so that a text made
+// of many small ones is copied only a few times.
+uint64_t UniStr::AllocationFor(uint64_t capacity) const noexcept
+{
+    return std::max(capacity, std::min(uint64_t{allocated_} * 2, kLargestCapacity));
+}
+
 void UniStr::GrowTo(uint64_t capacity)
 {
     if (capacity <= capacity_) return;
-    const uint32_t length = Size();
-    UnitArray buffer = AllocateUnits(capacity);
-    CopyUnits(buffer.get(), buffer_, length);
-    ReplaceBuffer(buffer.release(), length, static_cast<uint32_t>(capacity));
+    if (capacity > allocated_) {
+        const uint64_t allocation = AllocationFor(capacity);
+        UnitArray buffer = AllocateUnits(allocation);
+        const uint32_t length = Size();
+        CopyUnits(buffer.get(), buffer_, length);
+        ReplaceBuffer(buffer.release(), length, static_cast<uint32_t>(allocation));
+    }
+    capacity_ = static_cast<uint32_t>(capacity);
 }
 
 void UniStr::AssignString(const wchar_t* s, uint32_t n)
@@ -257,6 +272,7 @@ UniStr& UniStr::Swap(UniStr& other) noexcept
     std::swap(capacity_, other.capacity_);
     std::swap(narrow_, other.narrow_);
     std::swap(narrowCapacity_, other.narrowCapacity_);
+    std::swap(allocated_, other.allocated_);
     return *this;
 }
 

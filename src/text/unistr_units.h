@@ -64,18 +64,36 @@ inline void MoveEnds(wchar_t* to, const wchar_t* from, size_t n)
     std::memcpy(to + (lastFrom - from), &last, sizeof last);
 }
 
-// The places may overlap. Few units go through registers, which costs less than the call.
+inline __m128i LoadBlock(const wchar_t* from)
+{
+    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
+}
+
+inline void StoreBlock(wchar_t* to, __m128i block)
+{
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(to), block);
+}
+
+// The places may overlap: everything is read before anything is written. Few units go through registers,
+// which costs less than the call.
 inline void MoveUnits(wchar_t* to, const wchar_t* from, size_t n)
 {
-    struct TwoVectors {
-        __m128i vectors[2];
-    };
     if (n > 32) {
         std::memmove(to, from, n * sizeof(wchar_t));
     } else if (n >= 16) {
-        MoveEnds<TwoVectors>(to, from, n);
+        const __m128i first = LoadBlock(from);
+        const __m128i second = LoadBlock(from + 8);
+        const __m128i beforeLast = LoadBlock(from + n - 16);
+        const __m128i last = LoadBlock(from + n - 8);
+        StoreBlock(to, first);
+        StoreBlock(to + 8, second);
+        StoreBlock(to + n - 16, beforeLast);
+        StoreBlock(to + n - 8, last);
     } else if (n >= 8) {
-        MoveEnds<__m128i>(to, from, n);
+        const __m128i first = LoadBlock(from);
+        const __m128i last = LoadBlock(from + n - 8);
+        StoreBlock(to, first);
+        StoreBlock(to + n - 8, last);
     } else if (n >= 4) {
         MoveEnds<uint64_t>(to, from, n);
     } else if (n >= 2) {

@@ -94,6 +94,22 @@ TEST(UniStrAppend, ARangeGrowsTheCapacityInStepsOf32)
     EXPECT_EQ(text.Size(), 43u);
 }
 
+TEST(UniStrAppend, ManyTextsGrowTheCapacityEachTimeButMoveTheBufferOnlyAFewTimes)
+{
+    UniStr text;
+    uint32_t capacity = 32;
+    uint32_t moves = 0;
+    for (uint32_t n = 0; n < 500; ++n) {
+        const wchar_t* const buffer = text.S_Str();
+        text.Append(L"the quick brown fox ", 20);
+        if (20 * (n + 1) >= capacity) capacity += 24 + 32;
+        ASSERT_EQ(text.Capacity(), capacity - 1);
+        if (text.S_Str() != buffer) ++moves;
+    }
+    EXPECT_EQ(text.Substring(9980, kNpos), L"the quick brown fox ");
+    EXPECT_LE(moves, 12u);
+}
+
 TEST(UniStrAppend, ItsOwnTextWithAndWithoutGrowth)
 {
     UniStr text(L"abcdef");

@@ -116,6 +116,33 @@ int RunFailureCases(FailNth failNth)
     return delivered;
 }
 
+// A text whose capacity can grow without a new buffer, into which a part of itself is inserted: what has to
+// be allocated then is the copy of that part, and where that fails the capacity has not grown either.
+template <typename FailNth>
+void RunFailureOfTheCopyOfAPart(FailNth failNth)
+{
+    vorn::UniStr text = Filled(31);
+    while (text.Size() < 151) text.Append(L"b", 1);
+    ASSERT_EQ(text.Capacity(), 151u);
+    const std::u16string before = Units(text);
+    const wchar_t* const buffer = text.S_Str();
+    bool thrown = false;
+    EXPECT_TRUE(failNth(1, [&] {
+        try {
+            text.Insert(30, text.S_Str() + 29, 4);
+        } catch (const std::bad_alloc&) {
+            thrown = true;
+        }
+    }));
+    EXPECT_TRUE(thrown);
+    EXPECT_TEXT(text, before);
+    EXPECT_EQ(text.Capacity(), 151u);
+    text.Insert(30, text.S_Str() + 29, 4);
+    EXPECT_TEXT(text, std::u16string(30, u'a') + u"aabb" + u"a" + std::u16string(120, u'b'));
+    EXPECT_EQ(text.Capacity(), 191u);
+    EXPECT_EQ(text.S_Str(), buffer);
+}
+
 }  // namespace unistr_test
 
 #endif

@@ -86,6 +86,11 @@ TEST(UniStrFailure, AnAllocationThatFailsLeavesTheStringAsItWas)
     std::printf("%d failures delivered\n", delivered);
 }
 
+TEST(UniStrFailure, TheCapacityDoesNotGrowWhenTheCopyOfAPartFails)
+{
+    RunFailureOfTheCopyOfAPart(FailNth);
+}
+
 TEST(UniStrFailure, AnExtractionThatRunsOutOfMemoryThrowsAndAppendsNothing)
 {
     std::istringstream prepared(std::string(300, 'r') + "\nnext");

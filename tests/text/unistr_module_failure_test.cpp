@@ -5,6 +5,7 @@
 #include "support/import_redirect.h"
 #include "text/unistr_failure_cases.h"
 
+#include <functional>
 #include <sstream>
 #include <string>
 #include <unicode/ucnv.h>
@@ -79,6 +80,14 @@ int32_t ToLowerOrFail(UChar* to, int32_t capacity, const UChar* from, int32_t le
     return u_strToLower(to, capacity, from, length, locale, status);
 }
 
+bool FailNthArray(int nth, const std::function<void()>& body)
+{
+    const vorn_test::FailingCall fail(vorn_test::kNewArray, nth);
+    EXPECT_TRUE(fail.Found());
+    body();
+    return fail.Failures() != 0;
+}
+
 class UniStrModuleFailure : public testing::Test {
 protected:
     void SetUp() override { ucnv_setDefaultName("UTF-8"); }
@@ -95,13 +104,13 @@ protected:
 
 TEST_F(UniStrModuleFailure, AnAllocationThatFailsLeavesTheStringAsItWas)
 {
-    const int delivered = RunFailureCases([](int nth, const auto& body) {
-        vorn_test::FailingCall fail(vorn_test::kNewArray, nth);
-        EXPECT_TRUE(fail.Found());
-        body();
-        return fail.Failures() != 0;
-    });
+    const int delivered = RunFailureCases(FailNthArray);
     EXPECT_GE(delivered, 50);
+}
+
+TEST_F(UniStrModuleFailure, TheCapacityDoesNotGrowWhenTheCopyOfAPartFails)
+{
+    RunFailureOfTheCopyOfAPart(FailNthArray);
 }
 
 TEST_F(UniStrModuleFailure, AConverterThatCannotBeOpened)
