@@ -2,6 +2,7 @@
 
 #include "thread/cancel.h"
 #include "thread/handler_table.h"
+#include "thread/mutex_record.h"
 #include "thread/thread_record.h"
 
 namespace vorn::detail {
@@ -168,25 +169,25 @@ namespace {
 [[noreturn]] void CancelTrampoline()
 {
     VornThread* const thread = CurrentThread();
-    if (thread == nullptr || thread->adopted != 0 || thread->unwind == nullptr) ExitThread(0xFFFFFFFF);
+    if (thread == nullptr) ExitThread(0xFFFFFFFF);
     ResetEvent(thread->cancelEvent);
+    // The thread may have been on its way into its own state lock or out of it: then it has taken the signal
+    // that was meant for the next sleeper, or still owes it. One signal too many wakes a sleeper in vain.
+    SetEvent(thread->stateLock->wakeEvent);
+    if (thread->adopted != 0 || thread->unwind == nullptr) ExitThread(0xFFFFFFFF);
     UnwindOn(thread->unwind);
 }
 
-// Points the suspended thread at the trampoline.
-bool Redirect(VornThread* thread) noexcept
+// Points the suspended thread, which stands at `place`, at the trampoline.
+bool Redirect(VornThread* thread, CONTEXT* place) noexcept
 {
-    CONTEXT own;
-    CONTEXT* const context = thread->unwind != nullptr ? &thread->unwind->from : &own;
-    context->ContextFlags = CONTEXT_FULL;
-    if (!GetThreadContext(thread->handle, context)) return false;
-    if (context != &own) own = *context;
-    own.ContextFlags = CONTEXT_CONTROL;
-    own.Rip = reinterpret_cast<DWORD64>(&CancelTrampoline);
+    if (thread->unwind != nullptr) thread->unwind->from = *place;
+    place->ContextFlags = CONTEXT_CONTROL;
+    place->Rip = reinterpret_cast<DWORD64>(&CancelTrampoline);
     // As after a call: a return address is on the stack that was aligned before.
-    own.Rsp = ((own.Rsp - kGap) & ~(kStackAlignment - 1)) - sizeof(DWORD64);
-    own.EFlags &= ~static_cast<DWORD>(kDirectionFlag);
-    return SetThreadContext(thread->handle, &own);
+    place->Rsp = ((place->Rsp - kGap) & ~(kStackAlignment - 1)) - sizeof(DWORD64);
+    place->EFlags &= ~static_cast<DWORD>(kDirectionFlag);
+    return SetThreadContext(thread->handle, place);
 }
 
 }  // namespace
@@ -203,14 +204,17 @@ void PrepareCancelUnwind(CancelUnwind* unwind, const void* address) noexcept
 VornStatus DivertToCancellation(VornThread* thread) noexcept
 {
     if (SuspendThread(thread->handle) == static_cast<DWORD>(-1)) return VORN_E_SYSTEM;
-    VornStatus status = VORN_E_BUSY;
-    if (!thread->ending.load()) {
-        const int32_t state = thread->state.load();
-        BeginCancellationLocked(thread);
-        status = Redirect(thread) ? VORN_OK : VORN_E_SYSTEM;
-        if (status != VORN_OK) {
-            thread->state.store(state);
-            thread->cancelState.store(VORN_CANCEL_ENABLE);
+    VornStatus status = VORN_E_SYSTEM;
+    CONTEXT place;
+    place.ContextFlags = CONTEXT_FULL;
+    // The system stops the thread in its own time. Only once its context has been read does it stand still,
+    // and only then does what it says of itself hold.
+    if (GetThreadContext(thread->handle, &place)) {
+        if (thread->ending.load()) {
+            status = VORN_E_BUSY;
+        } else if (Redirect(thread, &place)) {
+            BeginCancellationLocked(thread);
+            status = VORN_OK;
         }
     }
     ResumeThread(thread->handle);

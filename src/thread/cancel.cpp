@@ -1,6 +1,7 @@
 #include "thread/cancel.h"
 
 #include "thread/async_cancel.h"
+#include "thread/deferred_cancel.h"
 #include "thread/thread_exception.h"
 #include "thread/thread_record.h"
 #include "thread/thread_registry.h"
@@ -76,6 +77,40 @@ VornStatus RequestLocked(VornThread* target) noexcept
     return SetEvent(target->cancelEvent) ? VORN_OK : VORN_E_SYSTEM;
 }
 
+bool EndsAtOnce(const VornThread* target) noexcept
+{
+    return target->cancelType.load() == VORN_CANCEL_ASYNCHRONOUS && CancellationEnabled(target) &&
+           target->state.load() < kStateCancelled;
+}
+
+VornStatus CancelCaller(VornThread* self)
+{
+    // Deliberate, as below: a lock that cannot be taken is no failure of the request.
+    if (VornMutexLock(&self->stateLock) != VORN_OK) return VORN_OK;
+    const bool atOnce = EndsAtOnce(self);
+    VornStatus status = VORN_OK;
+    if (atOnce) {
+        BeginCancellationLocked(self);
+    } else {
+        status = RequestLocked(self);
+    }
+    VornMutexUnlock(&self->stateLock);
+    if (atOnce) ActOnCancellation();
+    return status;
+}
+
+VornStatus CancelOther(VornThread* target) noexcept
+{
+    const ThreadUse use(target);
+    if (!use) return VORN_E_INVALID_ARG;
+    if (VornMutexLock(&target->stateLock) != VORN_OK) return VORN_OK;
+    VornStatus status = VORN_E_BUSY;
+    if (EndsAtOnce(target)) status = DivertToCancellation(target);
+    if (status == VORN_E_BUSY) status = RequestLocked(target);
+    VornMutexUnlock(&target->stateLock);
+    return status;
+}
+
 }  // namespace
 
 }  // namespace vorn::detail
@@ -84,26 +119,8 @@ using namespace vorn::detail;
 
 extern "C" VornStatus VornThreadCancel(VornThread* target)
 {
-    ThreadUse use(target);
-    if (!use) return VORN_E_INVALID_ARG;
-    // Deliberate: a lock that cannot be taken is no failure of the request.
-    if (VornMutexLock(&target->stateLock) != VORN_OK) return VORN_OK;
-    const bool atOnce = target->cancelType.load() == VORN_CANCEL_ASYNCHRONOUS &&
-                        CancellationEnabled(target) && target->state.load() < kStateCancelled;
-    const bool self = target == CurrentThread();
-    VornStatus status = VORN_E_BUSY;
-    if (atOnce && self) {
-        BeginCancellationLocked(target);
-    } else if (atOnce) {
-        status = DivertToCancellation(target);
-    }
-    if (!atOnce || (!self && status == VORN_E_BUSY)) status = RequestLocked(target);
-    VornMutexUnlock(&target->stateLock);
-    if (atOnce && self) {
-        use.Release();
-        ActOnCancellation();
-    }
-    return status;
+    if (target != nullptr && target == CurrentThread()) return CancelCaller(target);
+    return RunDeferred([=] { return CancelOther(target); });
 }
 
 extern "C" VornStatus VornThreadSetCancelState(int32_t state, uint32_t* oldState)

@@ -206,11 +206,10 @@ VornStatus Wait(VornCondition** variable, VornMutex** mutex, DWORD timeoutMs)
         if (status != VORN_OK) return status;
         condition = LoadHandle(variable);
     }
-    DeferredCancel deferral;
-    bool mutexHeld;
-    const VornStatus status = WaitOnCondition(condition, mutex, timeoutMs, true, &mutexHeld);
-    deferral.End();
-    return status;
+    return RunDeferred([=] {
+        bool mutexHeld;
+        return WaitOnCondition(condition, mutex, timeoutMs, true, &mutexHeld);
+    });
 }
 
 VornStatus Wake(VornCondition** variable, bool all)
@@ -221,10 +220,7 @@ VornStatus Wake(VornCondition** variable, bool all)
     if (condition == VORN_CONDITION_INITIALIZER) return VORN_OK;
     // Every waiter has left or is promised a wake-up: there is nothing to do, delivery or not.
     if (condition->waitersBlocked.load() == 0) return VORN_OK;
-    DeferredCancel deferral;
-    const VornStatus status = WakeWaiters(condition, all, true);
-    deferral.End();
-    return status;
+    return RunDeferred([=] { return WakeWaiters(condition, all, true); });
 }
 
 // Unlinks the record from the client's variable; VORN_E_BUSY when threads wait.
@@ -337,10 +333,7 @@ extern "C" VornStatus VornConditionDestroy(VornCondition** condition)
         }
     }
     if (handle == nullptr) return VORN_E_INVALID_ARG;
-    DeferredCancel deferral;
-    const VornStatus status = DestroyCondition(condition, true);
-    deferral.End();
-    return status;
+    return RunDeferred([=] { return DestroyCondition(condition, true); });
 }
 
 extern "C" VornStatus VornConditionWait(VornCondition** condition, VornMutex** mutex)

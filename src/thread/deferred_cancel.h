@@ -35,6 +35,17 @@ private:
     bool deferred_ = false;
 };
 
+// Runs a call of the library that way which holds a lock or a record: a thread that was ended inside it would
+// keep them.
+template <class Body>
+VornStatus RunDeferred(Body body)
+{
+    DeferredCancel deferral;
+    const VornStatus status = body();
+    deferral.End();
+    return status;
+}
+
 }  // namespace vorn::detail
 
 #endif

@@ -5,6 +5,7 @@
 #include "core/record.h"
 #include "thread/async_cancel.h"
 #include "thread/cancellable_wait.h"
+#include "thread/deferred_cancel.h"
 #include "thread/terminate_handler.h"
 #include "thread/thread_exception.h"
 #include "thread/thread_lifecycle.h"
@@ -118,6 +119,57 @@ DWORD WINAPI StartRoutine(void* parameter) noexcept
     return ExitCodeFor(thread->exitValue);
 }
 
+VornStatus Detach(VornThread* thread) noexcept
+{
+    ThreadUse use(thread);
+    if (!use) return VORN_E_INVALID_ARG;
+    if (thread->detached.load() != 0) return VORN_E_SYSTEM;
+    if (VornMutexLock(&thread->stateLock) != VORN_OK) return VORN_E_SYSTEM;
+    const bool already = thread->detached.load() != 0;
+    const bool finished = thread->state.load() == kStateFinished;
+    if (!finished) thread->detached.store(1);
+    VornMutexUnlock(&thread->stateLock);
+    if (already) return VORN_E_SYSTEM;
+    if (!finished) return VORN_OK;
+    // The clean-up has run, but the system thread may still be on its way out of it.
+    const HANDLE handle = thread->handle;
+    use.Release();
+    WaitForSingleObject(handle, INFINITE);
+    DiscardThreadRecord(thread);
+    return VORN_OK;
+}
+
+VornStatus Join(VornThread* thread, void** result)
+{
+    ThreadUse use(thread);
+    if (!use) return VORN_E_INVALID_ARG;
+    if (thread->detached.load() != 0) return VORN_E_DETACHED;
+    const VornThread* const self = VornThreadSelf();
+    if (self == nullptr) return VORN_E_NO_MEMORY;
+    if (self == thread) return VORN_E_DEADLOCK;
+    // A joinable record lives until it is joined or detached. The wait may be long and may end by
+    // cancellation, so it does not keep the record.
+    const HANDLE handle = thread->handle;
+    use.Release();
+    const VornStatus status = WaitCancellable(handle, INFINITE);
+    if (status != VORN_OK) return status;
+    // The system thread has ended, so no lock is needed: the record belongs to whoever unregisters it, and is
+    // gone already where somebody has detached the thread meanwhile.
+    if (!UnregisterThread(thread)) return VORN_E_INVALID_ARG;
+    if (result != nullptr) *result = thread->exitValue;
+    FreeThreadRecord(thread);
+    return VORN_OK;
+}
+
+VornStatus SetPriority(VornThread* thread, int32_t priority) noexcept
+{
+    const ThreadUse use(thread);
+    if (!use) return VORN_E_INVALID_ARG;
+    if (!SetThreadPriority(thread->handle, priority)) return VORN_E_SYSTEM;
+    thread->priority = priority;
+    return VORN_OK;
+}
+
 }  // namespace
 
 }  // namespace vorn::detail
@@ -165,53 +217,17 @@ extern "C" VornStatus VornThreadCreate(VornThread** out, const VornThreadAttr* a
 
 extern "C" VornStatus VornThreadDetach(VornThread* thread)
 {
-    ThreadUse use(thread);
-    if (!use) return VORN_E_INVALID_ARG;
-    if (thread->detached.load() != 0) return VORN_E_SYSTEM;
-    if (VornMutexLock(&thread->stateLock) != VORN_OK) return VORN_E_SYSTEM;
-    const bool already = thread->detached.load() != 0;
-    const bool finished = thread->state.load() == kStateFinished;
-    if (!finished) thread->detached.store(1);
-    VornMutexUnlock(&thread->stateLock);
-    if (already) return VORN_E_SYSTEM;
-    if (!finished) return VORN_OK;
-    // The clean-up has run, but the system thread may still be on its way out of it.
-    const HANDLE handle = thread->handle;
-    use.Release();
-    WaitForSingleObject(handle, INFINITE);
-    DiscardThreadRecord(thread);
-    return VORN_OK;
+    return RunDeferred([=] { return Detach(thread); });
 }
 
 extern "C" VornStatus VornThreadJoin(VornThread* thread, void** result)
 {
-    ThreadUse use(thread);
-    if (!use) return VORN_E_INVALID_ARG;
-    if (thread->detached.load() != 0) return VORN_E_DETACHED;
-    const VornThread* const self = VornThreadSelf();
-    if (self == nullptr) return VORN_E_NO_MEMORY;
-    if (self == thread) return VORN_E_DEADLOCK;
-    // A joinable record lives until it is joined or detached. The wait may be long and may end by
-    // cancellation, so it does not keep the record.
-    const HANDLE handle = thread->handle;
-    use.Release();
-    const VornStatus status = WaitCancellable(handle, INFINITE);
-    if (status != VORN_OK) return status;
-    // The system thread has ended, so no lock is needed: the record belongs to whoever unregisters it, and is
-    // gone already where somebody has detached the thread meanwhile.
-    if (!UnregisterThread(thread)) return VORN_E_INVALID_ARG;
-    if (result != nullptr) *result = thread->exitValue;
-    FreeThreadRecord(thread);
-    return VORN_OK;
+    return RunDeferred([=] { return Join(thread, result); });
 }
 
 extern "C" VornStatus VornThreadSetPriority(VornThread* thread, int32_t priority)
 {
-    const ThreadUse use(thread);
-    if (!use) return VORN_E_INVALID_ARG;
-    if (!SetThreadPriority(thread->handle, priority)) return VORN_E_SYSTEM;
-    thread->priority = priority;
-    return VORN_OK;
+    return RunDeferred([=] { return SetPriority(thread, priority); });
 }
 
 extern "C" void VornThreadExit(void* value)
