@@ -6,6 +6,7 @@
 #include "core/win32.h"
 
 #include "thread/static_init_lock.h"
+#include "thread/terminate_handler.h"
 #include "thread/thread_lifecycle.h"
 
 using namespace vorn::detail;
@@ -30,7 +31,11 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD reason, LPVOID reserved)
         case DLL_PROCESS_DETACH:
             // The C runtime's start-up code follows an attach that failed with a detach.
             if (!attached) return TRUE;
-            if (reserved != nullptr) NoteProcessEnd();
+            if (reserved != nullptr) {
+                NoteProcessEnd();
+            } else {
+                RemoveTerminateHandler();
+            }
             RunThreadExitCleanup();
             DeleteThreadRecordKey();
             DeleteStaticInitLock();

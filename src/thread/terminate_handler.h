@@ -10,6 +10,9 @@ namespace vorn::detail {
 void InstallTerminateHandler() noexcept;
 void RestoreTerminateHandler() noexcept;
 
+// For module unload: puts the previous handler back also where threads have ended without doing so.
+void RemoveTerminateHandler() noexcept;
+
 }  // namespace vorn::detail
 
 #endif

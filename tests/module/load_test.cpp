@@ -6,6 +6,7 @@
 #include "support/leak_watch.h"
 
 #include <cstdint>
+#include <exception>
 #include <gtest/gtest.h>
 #include <vector>
 
@@ -138,6 +139,30 @@ TEST(ModuleLoad, RecordsOfThreadsThatLiveOnAreFreedWithTheModule)
     lodger.go.Set();
     EXPECT_TRUE(WaitBounded(thread));
     CloseHandle(thread);
+}
+
+TEST(ModuleLoad, TheTerminateHandlerGoesWithTheModuleAlsoWhenAThreadHasNotPutTheOldOneBack)
+{
+    const auto before = std::get_terminate();
+    {
+        const Module module;
+        const auto create =
+            module.Find<uint32_t (*)(void**, const void*, void* (*)(void*), void*)>("VornThreadCreate");
+        const auto join = module.Find<uint32_t (*)(void*, void**)>("VornThreadJoin");
+        ASSERT_NE(create, nullptr);
+        void* thread = nullptr;
+        ASSERT_EQ(create(
+                      &thread, nullptr,
+                      [](void*) -> void* {
+                          ExitThread(0);  // past the library
+                      },
+                      nullptr),
+                  0u);
+        EXPECT_EQ(join(thread, nullptr), 0u);
+        EXPECT_TRUE(FreeLibrary(module.handle));
+        EXPECT_EQ(GetModuleHandleW(L"vorn_1_0.dll"), nullptr);
+    }
+    EXPECT_EQ(std::get_terminate(), before);
 }
 
 namespace {
