@@ -435,6 +435,21 @@ TEST_F(FileClose, EveryFunctionRefusesAClosedAndAForeignHandle)
     EXPECT_EQ(byte, 0);
 }
 
+TEST_F(FileClose, AFileIsNoHeapAndAHeapIsNoFile)
+{
+    alignas(16) static uint8_t area[4096];
+    VornHeap* heap = VornHeapCreateLocal(area, sizeof(area), 0);
+    ASSERT_NE(heap, nullptr);
+    VornFile* file = OpenWith(L"file", "text");
+    EXPECT_EQ(VornHeapDestroy(reinterpret_cast<VornHeap*>(file)), VORN_E_INVALID_ARG);
+    EXPECT_EQ(VornHeapAlloc(reinterpret_cast<VornHeap*>(file), 1), 0u);
+    EXPECT_EQ(VornGetLastError(), VORN_E_INVALID_ARG);
+    EXPECT_EQ(VornFileClose(reinterpret_cast<VornFile*>(heap)), VORN_E_INVALID_ARG);
+    EXPECT_EQ(VornFileSetSize(reinterpret_cast<VornFile*>(heap), 0), VORN_E_INVALID_ARG);
+    EXPECT_EQ(VornFileClose(file), VORN_OK);
+    EXPECT_EQ(VornHeapDestroy(heap), VORN_OK);
+}
+
 TEST_F(FileClose, DoesNotMindWhatTheSystemSaysToTheClosing)
 {
     VornFile* file = OpenWith(L"file", "text");
