@@ -48,8 +48,8 @@ void RestoreTerminateHandler() noexcept
     ReleaseSRWLockExclusive(&handlerLock);
 }
 
-// No other thread runs the library's code any more, so the lock is not taken: a thread that was ended by force
-// may have left it held.
+// No other thread runs the library's code any more, so the lock is not taken: a thread that was ended by
+// force may have left it held.
 void RemoveTerminateHandler() noexcept
 {
     if (installers != 0) PutBackPreviousLocked();
