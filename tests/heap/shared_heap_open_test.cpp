@@ -4,9 +4,11 @@
 #include "heap/shared_heap_fixture.h"
 #include "support/failing_call.h"
 
+#include <atomic>
 #include <gtest/gtest.h>
 #include <thread>
 #include <unicode/ucnv.h>
+#include <vector>
 
 using namespace heap_test;
 using namespace vorn_test;
@@ -170,6 +172,30 @@ TEST_F(SharedHeapOpen, AThreadThatOpensItWhileTheLastHandleIsClosedGetsAHeapThat
     EXPECT_EQ(Read32(otherBase, 32), 1u);
     EXPECT_EQ(VornHeapDestroy(other.heap), VORN_OK);
     EXPECT_FALSE(IsMapped(otherBase));
+}
+
+TEST_F(SharedHeapOpen, ThreadsOpenAndCloseItSideBySide)
+{
+    std::atomic<int> failures{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([this, &failures] {
+            for (int round = 0; round < 25; ++round) {
+                VornHeap* heap = VornHeapCreateShared(kSize, name.c_str(), 20, nullptr);
+                if (VornGetLastError() != VORN_OK) ++failures;
+                const uint64_t block = VornHeapAlloc(heap, 50);
+                if (block == 0 || VornHeapFree(heap, block) != VORN_OK) ++failures;
+                if (VornHeapDestroy(heap) != VORN_OK) ++failures;
+            }
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(failures, 0);
+    VornHeap* heap = Open();
+    EXPECT_EQ(Read32(Base(heap), 32), 1u);
+    EXPECT_EQ(Read64(Base(heap), 16), 1u);  // the name only: a new heap
+    EXPECT_EQ(LookAtHeap(Base(heap), kSize).problem, "");
+    EXPECT_EQ(VornHeapDestroy(heap), VORN_OK);
 }
 
 // ---- What the lock is held over ----

@@ -398,6 +398,47 @@ TEST_F(SharedHeap, AProcessKilledOutsideItHarmsNobody)
     EXPECT_EQ(VornSharedMemFree(base), VORN_OK);
 }
 
+// Arguments: the heap's name, the event that says that it is at work. Works until it is killed.
+VORN_CHILD(WorkWithoutEnd)
+{
+    VornInitialize();
+    VornHeap* heap = VornHeapCreateShared(kSize, arguments[0].c_str(), 0, nullptr);
+    if (VornGetLastError() != VORN_OK) return 1;
+    Event atWork(arguments[1].c_str());
+    for (uint64_t round = 0;; ++round) {
+        const uint64_t blocks[] = {VornHeapAlloc(heap, round % 100), VornHeapAlloc(heap, round % 300)};
+        for (uint64_t block : blocks) {
+            if (block == 0 || VornHeapFree(heap, block) != VORN_OK) return 2;
+        }
+        if (round == 20) atWork.Set();
+    }
+}
+
+TEST_F(SharedHeap, AProcessKilledAtWorkWhileAnotherHasTheLockHarmsNobody)
+{
+    VornHeap* heap = Open();
+    HANDLE lock = OpenSemaphoreW(SYNCHRONIZE | SEMAPHORE_MODIFY_STATE, FALSE, GlobalLock(name).c_str());
+    const std::wstring atWorkName = UniqueName(L"work");
+    Event atWork(atWorkName.c_str());
+    {
+        ChildProcess child("WorkWithoutEnd", {name, atWorkName});
+        ASSERT_TRUE(atWork.Wait());
+        ASSERT_TRUE(WaitBounded(lock));
+        child.Kill(33);
+        EXPECT_EQ(child.Wait(), 33u);
+    }
+    EXPECT_EQ(LookAtHeap(Base(heap), kSize).problem, "");
+    ReleaseSemaphore(lock, 1, nullptr);
+    CloseHandle(lock);
+    EXPECT_EQ(VornHeapCheck(heap), VORN_OK);
+    const uint64_t block = VornHeapAlloc(heap, 100);
+    EXPECT_NE(block, 0u);
+    EXPECT_EQ(VornHeapFree(heap, block), VORN_OK);
+    uint8_t* const base = Base(heap);
+    EXPECT_EQ(VornHeapDestroy(heap), VORN_OK);
+    EXPECT_EQ(VornSharedMemFree(base), VORN_OK);  // the dead process's handle stays counted
+}
+
 // Arguments: the heap's name, the event that says that it is about to wait.
 VORN_CHILD(AllocateFromATakenHeap)
 {
