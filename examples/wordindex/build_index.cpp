@@ -19,7 +19,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr uint32_t kWatchMs = 50;
-constexpr int kGraceMs = 10000;  // for workers that were asked to stop
+constexpr int kGraceMs = 30000;  // for workers that were asked to stop
 constexpr int kLostHeapGraceMs = 2000;
 
 volatile std::sig_atomic_t interrupted = 0;
@@ -178,6 +178,25 @@ void PrintSummary(const WordTable& table, uint32_t counted, double seconds, cons
                 options.workers, options.threads);
 }
 
+// Prints the count of each word in a text. False when one is not in the table, or the text has none.
+bool AnswerFor(const std::wstring& asked, const WordTable& table)
+{
+    bool anyWord = false;
+    bool allFound = true;
+    Word word;
+    for (size_t position = 0; NextWord(asked.data(), asked.size(), &position, &word);) {
+        const std::wstring text(word.text, word.length);
+        const std::wstring folded = FoldWord(text);
+        const uint64_t count = table.Find(folded.data(), static_cast<uint32_t>(folded.size()),
+                                          HashWord(folded.data(), folded.size()));
+        PrintWords({{folded.empty() ? text : folded, count}}, 1);
+        anyWord = true;
+        allFound &= count != 0;
+    }
+    if (!anyWord) Complain(asked, "no word is in it", VORN_E_INVALID_ARG);
+    return anyWord && allFound;
+}
+
 }  // namespace
 
 int BuildIndex(const Options& options)
@@ -238,16 +257,7 @@ int AskImage(const Options& options)
         return 2;
     }
     bool allFound = true;
-    for (const std::wstring& asked : options.words) {
-        Word word;
-        for (size_t position = 0; NextWord(asked.data(), asked.size(), &position, &word);) {
-            const std::wstring folded = FoldWord(std::wstring(word.text, word.length));
-            const uint64_t count = image.Table().Find(folded.data(), static_cast<uint32_t>(folded.size()),
-                                                      HashWord(folded.data(), folded.size()));
-            PrintWords({{folded, count}}, 1);
-            allFound &= count != 0;
-        }
-    }
+    for (const std::wstring& asked : options.words) allFound &= AnswerFor(asked, image.Table());
     return allFound ? 0 : 1;
 }
 

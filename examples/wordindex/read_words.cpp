@@ -10,7 +10,8 @@ namespace wordindex {
 
 namespace {
 
-constexpr uint32_t kPiece = 1 << 20;  // bytes read at once
+constexpr uint32_t kPiece = 1 << 20;           // bytes read at once
+constexpr size_t kMostHeld = size_t{1} << 30;  // of text in which no place to cut was found
 constexpr wchar_t kReplacement = 0xFFFD;
 
 class OpenFile {
@@ -31,17 +32,21 @@ private:
     VornFile* file_;
 };
 
-bool IsAsciiSpace(char byte)
+// Whether a byte stands for itself and separates words.
+bool IsAsciiSeparator(char byte)
 {
-    return byte == ' ' || (byte >= '\t' && byte <= '\r');
+    const bool digit = byte >= '0' && byte <= '9';
+    const bool letter = (byte >= 'A' && byte <= 'Z') || (byte >= 'a' && byte <= 'z');
+    return static_cast<uint8_t>(byte) < 0x80 && !digit && !letter;
 }
 
-// How much of the bytes can be taken without cutting a word or a character: up to the last space.
-size_t WholeWords(const std::vector<char>& bytes)
+// How many of the bytes can be taken without cutting a word or a character: those up to the last separator,
+// which is looked for among the bytes from `from` on. 0 when none is there.
+size_t WholeWords(const std::vector<char>& bytes, size_t from)
 {
     size_t end = bytes.size();
-    while (end != 0 && !IsAsciiSpace(bytes[end - 1])) --end;
-    return end != 0 ? end : bytes.size();
+    while (end != from && !IsAsciiSeparator(bytes[end - 1])) --end;
+    return end != from ? end : 0;
 }
 
 size_t CountReplacements(const char* bytes, size_t size)
@@ -111,7 +116,8 @@ ReadResult ReadWords(const wchar_t* name, WordCounter* counter)
         if (status != VORN_OK) return {status, illFormed};
         bytes.resize(kept + read);
         const bool last = read < kPiece;
-        const size_t whole = last ? bytes.size() : WholeWords(bytes);
+        size_t whole = last ? bytes.size() : WholeWords(bytes, kept);
+        if (whole == 0 && bytes.size() > kMostHeld) whole = bytes.size();
         illFormed |= !CountText(bytes.data(), whole, &units, counter);
         if (last) return {VORN_OK, illFormed};
         bytes.erase(bytes.begin(), bytes.begin() + static_cast<ptrdiff_t>(whole));

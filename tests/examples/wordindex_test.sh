@@ -47,6 +47,14 @@ expect_code 1 'a word that is not there'
 head -n 1 expected >line
 head -n 1 out | cmp -s - line || fail 'another count for the most frequent word'
 [ "$(sed -n 2p out)" = '         0  nosuchword' ] || fail 'no 0 for a missing word'
+wordindex --image 'image 2' '!' "$most"
+expect_code 1 'a question without a word'
+expect_line 'no word is in it (VORN_E_INVALID_ARG)' 'a question without a word'
+[ "$(wc -l <out)" = 1 ] || fail 'a question without a word: not one answer'
+long=$(perl -e 'print "y" x 129')
+wordindex --image 'image 2' "$long"
+expect_code 1 'a word that is longer than words are'
+[ "$(cat out)" = "         0  $long" ] || fail 'a word that is longer than words are: no 0 for it'
 mv away texts
 
 # Patterns and single files, and the same texts twice.
@@ -57,6 +65,19 @@ cp texts/*.txt part
 cp texts/inner\ 2/* part
 perl "$here/count_words.pl" part | LC_ALL=C sort >part.expected
 LC_ALL=C sort out | cmp -s - part.expected || fail 'patterns: other counts'
+
+# Texts of some MiB without a space, one of them without any ASCII: no word and no character is cut in two.
+mkdir dense
+dense='srand 9; my ($first, $letters, $count, @separators) = map { /^0x/ ? hex : $_ } @ARGV;
+    my @words = map { join "", map { chr($first + rand $letters) } 1 .. 1 + rand 9 } 1 .. 3000;
+    print $words[rand @words], chr $separators[rand @separators] for 1 .. $count'
+perl -CO -e "$dense" 0x61 26 400000 0x2C 0x3B >dense/ascii.txt
+perl -CO -e "$dense" 0x4E00 40 200000 0x3002 0x2014 >dense/ideographs.txt
+perl "$here/count_words.pl" dense | LC_ALL=C sort >dense.expected
+wordindex --all -o image dense
+expect_code 0 'texts without spaces'
+LC_ALL=C sort out | cmp -s - dense.expected || fail 'texts without spaces: other counts'
+[ -s err ] && { fail 'texts without spaces: complaints'; cat err; }
 
 # Bad input: one line each, and everything else is counted.
 cp -r texts bad
