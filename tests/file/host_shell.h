@@ -5,6 +5,8 @@
 
 #include "core/win32.h"
 
+#include "support/child_process.h"
+
 #include <filesystem>
 #include <string>
 
@@ -42,11 +44,12 @@ inline bool RunOnHost(const std::wstring& directory, const std::wstring& command
     }
     CloseHandle(process.hProcess);
     CloseHandle(process.hThread);
-    for (int i = 0; i < 2000; ++i) {
-        if (DeleteFileW(marker.c_str())) return true;
+    const ULONGLONG start = GetTickCount64();
+    while (!DeleteFileW(marker.c_str())) {
+        if (GetTickCount64() - start > kLongWait) return false;
         Sleep(10);
     }
-    return false;
+    return true;
 }
 
 // Makes empty files named stem0, stem1, ... in a directory.
