@@ -191,7 +191,7 @@ VORN_API VornStatus VornFileSetSize(VornFile* file, uint64_t size);
  *
  * Times are UTC, always in the order last access, last modification, creation. A null pointer means: not
  * wanted, or not to be changed. Attributes are the system's bits as they are (1 read-only, 16 directory).
- * All of these may be called by any thread.
+ * All of these may be called by any thread, and leave the last error alone unless they say otherwise.
  */
 
 /**

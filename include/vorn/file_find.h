@@ -69,7 +69,10 @@ VORN_API VornStatus VornFileFindNext(VornFileFind* find, const wchar_t** name);
  */
 VORN_API VornStatus VornFileFindGetFullName(VornFileFind* find, const wchar_t** fullName);
 
-/** Returns the current entry's size in bytes; all bits set for an unknown search. */
+/**
+ * Returns the current entry's size in bytes; all bits set for an unknown search. The last error is left
+ * alone.
+ */
 VORN_API uint64_t VornFileFindGetSize(VornFileFind* find);
 
 /**
@@ -114,8 +117,9 @@ VORN_API VornStatus VornFileCreateDir(const wchar_t* path, const VornSecurityDes
  *
  * Returns VORN_OK; VORN_E_INVALID_ARG path null or empty; VORN_E_DIR_NOT_EMPTY stopped at an entry that the
  * flags exclude, or the directory is not empty; VORN_E_NOT_PERMITTED a read-only file, or access denied;
- * VORN_E_NOT_FOUND, VORN_E_PATH_NOT_FOUND, VORN_E_SHARING or VORN_E_UNKNOWN as the system refuses;
- * VORN_E_NO_MEMORY. The last error is left alone. Any thread may call this.
+ * VORN_E_NOT_FOUND, VORN_E_PATH_NOT_FOUND, VORN_E_SHARING, VORN_E_INVALID_NAME or VORN_E_UNKNOWN as the
+ * system refuses (VORN_E_UNKNOWN also when `path` is a file); VORN_E_NO_MEMORY. The last error is left alone.
+ * Any thread may call this.
  */
 VORN_API VornStatus VornFileRemoveDir(const wchar_t* path, int32_t recurse, uint32_t deleteFiles,
                                       uint32_t clearReadOnly);
@@ -124,8 +128,8 @@ VORN_API VornStatus VornFileRemoveDir(const wchar_t* path, int32_t recurse, uint
  * Gives the process's current directory. `size` is the buffer's size in UTF-16 units.
  *
  * Returns the size in units that the text needs, its terminating zero included: with a null buffer or one
- * that is too small nothing is written, otherwise this many units were. 0 when the system cannot tell.
- * Any thread may call this; the directory is one for the whole process.
+ * that is too small nothing is written, otherwise this many units were. 0 when the system cannot tell. The
+ * last error is left alone. Any thread may call this; the directory is one for the whole process.
  */
 VORN_API uint32_t VornFileGetCurrentDir(wchar_t* buffer, uint32_t size);
 

@@ -278,9 +278,10 @@ VORN_API VornStatus VornProcGetModuleClose(VornProcModuleIterator* iterator);
  * VORN_E_BUFFER_TOO_SMALL it keeps the capacity, and the buffer holds a part of the name. Deliberate: the
  * needed size is not told.
  *
- * Returns VORN_OK; VORN_E_INVALID_ARG unknown module id or PPid, size null; VORN_E_BUFFER_TOO_SMALL;
- * VORN_E_SYSTEM the process cannot be opened; or the system's error translated (`*size` is then 0 for
- * another process and unchanged for the calling one). Any thread may call this.
+ * Returns VORN_OK; VORN_E_INVALID_ARG unknown module id or PPid, size null, or buffer null with a capacity
+ * above 0; VORN_E_BUFFER_TOO_SMALL; VORN_E_SYSTEM the process cannot be opened; or the system's error
+ * translated (`*size` is then 0 for another process and unchanged for the calling one). Any thread may call
+ * this.
  */
 VORN_API VornStatus VornProcGetModuleName(VornProcModule* module, VornPPid* ppid, wchar_t* buffer,
                                           uint32_t* size);

@@ -111,7 +111,6 @@ extern "C" VornStatus VornFileFindClose(VornFileFind* find)
 {
     if (!FileSearches().Contains(find)) return VORN_E_INVALID_ARG;
     if (!ReleaseSearchContents(find)) return VORN_E_SYSTEM;
-    FileSearches().Unregister(find);
-    std::free(find);
+    if (FileSearches().Unregister(find)) std::free(find);
     return VORN_OK;
 }
