@@ -23,8 +23,9 @@ TEST_F(ProcChildrenSoak, AThousandShortLivedChildrenLeaveNoHandle)
         VornPPid* children[kAtATime];
         for (uint32_t i = 0; i < kAtATime; ++i) {
             children[i] = StartChild(L"ReturnsItsArgument", std::to_wstring(next + i));
+            const DWORD error = GetLastError();  // asking the library for its status clears it
             ASSERT_NE(children[i], nullptr)
-                << VornStatusName(VornGetLastError()) << ", error " << GetLastError();
+                << VornStatusName(VornGetLastError()) << ", the system's error " << error;
         }
         for (uint32_t i = 0; i < kAtATime; ++i, ++next) {
             ASSERT_EQ(VornProcWaitForTerm(children[i], 120000), VORN_OK);
