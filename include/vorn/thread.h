@@ -107,7 +107,8 @@ VORN_API void VornThreadYield(void);
  * function that is declared noexcept. An asynchronous one runs C++ destructors where the compiler left tables
  * for them at that place, and reaches the thread's start without them where it did not. A thread that is
  * blocked in a system call acts on it when the call returns, and one that is inside a call that works on
- * another thread or on a condition when that has no lock or record in its hands. */
+ * another thread or on a condition, or in VornThreadOnce outside of its routine, when that call ends or
+ * waits. */
 
 #define VORN_CANCEL_ENABLE 0
 #define VORN_CANCEL_DISABLE 1

@@ -3,6 +3,7 @@
 #include "core/win32.h"
 
 #include "thread/cleanup.h"
+#include "thread/deferred_cancel.h"
 #include "thread/thread_exception.h"
 #include "thread/thread_lifecycle.h"
 #include "thread/thread_record.h"
@@ -29,8 +30,7 @@ struct OnceNode {
     std::atomic<OnceNode*> next;
     std::atomic<intptr_t> ready;  // set by the predecessor: this node is first
     std::atomic<intptr_t>
-        linked;   // set by the successor: `next` is stored, and it will not touch this node again
-    bool queued;  // the node is in the queue and is not being taken out
+        linked;  // set by the successor: `next` is stored, and it will not touch this node again
 };
 static_assert(std::is_trivially_destructible_v<OnceNode>);
 
@@ -65,13 +65,9 @@ void MarkWord(std::atomic<intptr_t>* word) noexcept
 void AcquireQueue(VornOnce* control, OnceNode* node) noexcept
 {
     node->tail = &control->queue;
-    node->queued = true;
     auto* const predecessor =
         static_cast<OnceNode*>(__atomic_exchange_n(node->tail, static_cast<void*>(node), __ATOMIC_SEQ_CST));
-    if (predecessor == nullptr) {
-        node->ready.store(kDone);
-        return;
-    }
+    if (predecessor == nullptr) return;
     predecessor->next.store(node);
     MarkWord(&predecessor->linked);
     AwaitWord(&node->ready);
@@ -79,7 +75,6 @@ void AcquireQueue(VornOnce* control, OnceNode* node) noexcept
 
 void ReleaseQueue(OnceNode* node) noexcept
 {
-    node->queued = false;
     void* expected = node;
     if (node->next.load() == nullptr &&
         __atomic_compare_exchange_n(node->tail, &expected, static_cast<void*>(nullptr), false,
@@ -89,17 +84,15 @@ void ReleaseQueue(OnceNode* node) noexcept
     }
     // Also when `next` is there already: the successor's last access to this node is the mark.
     AwaitWord(&node->linked);
-    MarkWord(&node->next.load()->ready);
+    OnceNode* const next = node->next.load();
+    // At process end the successor may have been ended before it stored itself.
+    if (next != nullptr) MarkWord(&next->ready);
 }
 
-// The cleanup handler: a thread that was cancelled in the routine holds the queue, one that was cancelled
-// while it waited still has its turn to come and must pass it on.
-void LeaveQueue(void* context) noexcept
+// The cleanup handler of a thread that ends in the routine.
+void LeaveQueue(void* node) noexcept
 {
-    auto* const node = static_cast<OnceNode*>(context);
-    if (!node->queued) return;
-    AwaitWord(&node->ready);
-    ReleaseQueue(node);
+    ReleaseQueue(static_cast<OnceNode*>(node));
 }
 
 // Whether the calling thread is on its way to its end, so that its cleanup handlers will run.
@@ -109,37 +102,41 @@ bool IsBeingCancelled() noexcept
     return thread != nullptr && thread->state.load() >= kStateCancelled;
 }
 
-void RunHoldingQueue(VornOnce* control, void (*routine)(void), OnceNode* node)
+// Gives the queue back after the routine.
+void Leave(OnceNode* node, bool inCleanup)
 {
-    AcquireQueue(control, node);
-    if (__atomic_load_n(&control->done, __ATOMIC_ACQUIRE) != 0) return;
-    routine();
-    __atomic_store_n(&control->done, 1u, __ATOMIC_RELEASE);
+    DeferredCancel deferral;
+    ReleaseQueue(node);
+    if (inCleanup) RemoveCleanup(node, false);
+    deferral.End();
 }
 
 [[gnu::noinline]] void RunOnce(VornOnce* control, void (*routine)(void))
 {
+    // Half way into the queue, or out of it, a thread that was ended would keep the others waiting. In the
+    // routine it may be ended anywhere.
+    DeferredCancel deferral;
     OnceNode onStack = {};
     auto* const inCleanup = static_cast<OnceNode*>(PushCleanup(&LeaveQueue, sizeof(OnceNode)));
     // Without memory for a cleanup handler the routine runs all the same.
     OnceNode* const node = inCleanup != nullptr ? inCleanup : &onStack;
+    AcquireQueue(control, node);
     try {
-        RunHoldingQueue(control, routine, node);
+        deferral.End();
+        if (__atomic_load_n(&control->done, __ATOMIC_ACQUIRE) == 0) {
+            routine();
+            __atomic_store_n(&control->done, 1u, __ATOMIC_RELEASE);
+        }
     } catch (const ThreadException&) {
         // The thread ends: the cleanup handler releases the queue, in its turn among the routine's own
         // handlers, which may have to undo what the routine began before another thread runs it.
         if (inCleanup == nullptr) ReleaseQueue(node);
         throw;
     } catch (...) {
-        if (inCleanup == nullptr) {
-            ReleaseQueue(node);
-        } else if (!IsBeingCancelled()) {
-            RemoveCleanup(inCleanup, true);
-        }
+        if (inCleanup == nullptr || !IsBeingCancelled()) Leave(node, inCleanup != nullptr);
         throw;
     }
-    ReleaseQueue(node);
-    if (inCleanup != nullptr) RemoveCleanup(inCleanup, false);
+    Leave(node, inCleanup != nullptr);
 }
 
 }  // namespace

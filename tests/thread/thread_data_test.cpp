@@ -533,6 +533,65 @@ TEST(Once, HandlersOfACancelledRoutineRunBeforeTheNextCallerEnters)
     EXPECT_EQ(order, "ur");
 }
 
+TEST(Once, AThreadThatIsCancelledWhileItHandsTheControlOnHandsItOn)
+{
+    // Held where it wakes the next caller, who sleeps.
+    static Event* nextSleeps;
+    static Event* handsOn;
+    static std::atomic<bool>* goOn;
+    static std::atomic<DWORD> first;
+    static std::atomic<DWORD> next;
+    Event nextSleepsEvent;
+    Event handsOnEvent;
+    std::atomic<bool> goOnFlag{false};
+    nextSleeps = &nextSleepsEvent;
+    handsOn = &handsOnEvent;
+    goOn = &goOnFlag;
+    first = 0;
+    next = 0;
+    const ImportRedirect waits(
+        "WaitForSingleObject", +[](HANDLE object, DWORD timeoutMs) -> DWORD {
+            if (GetCurrentThreadId() == next && timeoutMs == INFINITE) nextSleeps->Set();
+            return WaitForSingleObject(object, timeoutMs);
+        });
+    const ImportRedirect wakes(
+        "SetEvent", +[](HANDLE event) -> BOOL {
+            if (GetCurrentThreadId() == first && !handsOn->IsSet()) {
+                handsOn->Set();
+                while (!*goOn) YieldProcessor();
+            }
+            return SetEvent(event);
+        });
+    static Event* inside;
+    Event insideEvent;
+    inside = &insideEvent;
+    onceCalls = 0;
+    VornOnce once = VORN_ONCE_INIT;
+    LibraryThread holder([&] {
+        VornThreadSetCancelType(VORN_CANCEL_ASYNCHRONOUS, nullptr);
+        VornThreadOnce(&once, [] {
+            ++onceCalls;
+            inside->Set();
+            nextSleeps->Wait();
+            first = GetCurrentThreadId();
+        });
+        for (;;) VornThreadTestCancel();
+    });
+    ASSERT_TRUE(insideEvent.Wait());
+    LibraryThread successor([&] {
+        next = GetCurrentThreadId();
+        EXPECT_EQ(VornThreadOnce(&once, &CountOnce), VORN_OK);
+    });
+    ASSERT_TRUE(handsOnEvent.Wait());
+    EXPECT_EQ(VornThreadCancel(holder.Thread()), VORN_OK);
+    goOnFlag = true;
+    EXPECT_EQ(holder.Join(), reinterpret_cast<void*>(~uintptr_t{0}));
+    successor.Join();
+    EXPECT_EQ(onceCalls, 1);
+    EXPECT_EQ(once.done, 1u);
+    EXPECT_EQ(once.queue, nullptr);
+}
+
 TEST(Once, NestsForDifferentControls)
 {
     static VornOnce inner;
@@ -616,6 +675,28 @@ VORN_CHILD(EndsWhileTheOnceRoutineIsRunning)
     new ForeignThread([] { VornThreadOnce(&once, [] {}); });
     VornThreadSleep(20);
     ExitProcess(7);
+}
+
+VORN_CHILD(EndsInTheOnceRoutineWhileAnotherThreadCame)
+{
+    static VornOnce once = VORN_ONCE_INIT;
+    static void* halfWay[4];  // another caller's place: it was ended before it had made itself known
+    static HANDLE reached;
+    reached = CreateEventW(nullptr, TRUE, FALSE, arguments[0].c_str());
+    VornThreadCleanupPush([](void*) { SetEvent(reached); }, nullptr);
+    VornThreadOnce(&once, [] {
+        once.queue = halfWay;
+        ExitProcess(7);
+    });
+    return 1;
+}
+
+TEST(ProcessEnd, InAOnceRoutineRunsTheHandlersThatWerePushedBeforeIt)
+{
+    const std::wstring name = UniqueName(L"reached");
+    const Event reached(name.c_str());
+    EXPECT_EQ(ChildProcess("EndsInTheOnceRoutineWhileAnotherThreadCame", {name}).Wait(), 7u);
+    EXPECT_TRUE(reached.IsSet());
 }
 
 TEST(ProcessEnd, IsNotHeldUpByAThreadInsideSetSpecific)
