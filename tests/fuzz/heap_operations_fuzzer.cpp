@@ -2,63 +2,12 @@
 // the input's, or a sound heap with some of its bytes replaced. Whatever it says, every operation must end
 // and touch nothing outside the area, which lies in a block of exactly its size.
 
-#include "heap/heap_blocks.h"
-#include "heap/heap_walk.h"
+#include "fuzz/heap_input.h"
 
-#include <cstdlib>
-#include <cstring>
 #include <memory>
 
 using namespace vorn::detail;
-
-namespace {
-
-class Input {
-public:
-    Input(const uint8_t* data, size_t size) : data_(data), size_(size) {}
-
-    bool Empty() const { return size_ == 0; }
-    size_t Left() const { return size_; }
-    uint64_t Number(size_t bytes)
-    {
-        uint64_t value = 0;
-        for (size_t i = 0; i < bytes && size_ != 0; ++i, ++data_, --size_) value = value << 8 | *data_;
-        return value;
-    }
-    void Bytes(uint8_t* out, size_t count)
-    {
-        const size_t take = count < size_ ? count : size_;
-        if (take != 0) std::memcpy(out, data_, take);
-        data_ += take;
-        size_ -= take;
-    }
-
-private:
-    const uint8_t* data_;
-    size_t size_;
-};
-
-// What the check calls sound must stay sound under operations that succeed.
-void Require(bool condition)
-{
-    if (!condition) std::abort();
-}
-
-void FillSoundHeap(uint8_t* bytes, uint64_t size, Input& input)
-{
-    LayOutHeap(bytes, size);
-    const HeapArea area(bytes, size);
-    uint64_t payloads[16] = {};
-    for (uint64_t& payload : payloads) AllocateBlock(area, input.Number(1), &payload);
-    const uint64_t freed = input.Number(2);
-    for (unsigned i = 0; i < 16; ++i) {
-        if ((freed >> i & 1) != 0) Require(ReleaseBlock(area, payloads[i]) == VORN_OK);
-    }
-    Require(CheckHeap(area).fault == HeapFault::kNone);
-    StampHeap(bytes);
-}
-
-}  // namespace
+using namespace heap_fuzz;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t dataSize)
 {
@@ -67,11 +16,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t dataSize)
     const bool sound = input.Number(1) % 4 != 0;
     const std::unique_ptr<uint8_t[]> bytes(new uint8_t[size]());
     if (sound) {
-        FillSoundHeap(bytes.get(), size, input);
-        for (uint64_t changes = input.Number(1) % 8; changes != 0; --changes) {
-            const uint64_t offset = input.Number(2) % size;
-            bytes[offset] = static_cast<uint8_t>(input.Number(1));
-        }
+        uint64_t payloads[kPayloads];
+        FillSoundHeap(bytes.get(), size, input, payloads);
+        Damage(bytes.get(), size, input, 7);
     } else {
         input.Bytes(bytes.get(), input.Left() < size ? input.Left() / 2 : size);
         const uint64_t total = size & ~uint64_t{1};
@@ -109,6 +56,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t dataSize)
                 stillSound = CheckHeap(area).fault == HeapFault::kNone;
                 break;
         }
+        // What the check calls sound must stay sound under operations that succeed.
         if (status == VORN_OK && stillSound) Require(CheckHeap(area).fault == HeapFault::kNone);
         if (status == VORN_E_HEAP_CORRUPT) stillSound = false;
         if (HeapArea(bytes.get(), size).TotalSize() != area.TotalSize()) return 0;
