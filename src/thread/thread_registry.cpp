@@ -58,7 +58,8 @@ bool UnregisterThread(VornThread* thread) noexcept
             RegistryScope scope;
             if (thread->users == 0 || ProcessIsEnding()) return true;
         }
-        Sleep(0);
+        // Not zero: the user may be a thread of lower priority on this processor.
+        Sleep(1);
     }
 }
 
