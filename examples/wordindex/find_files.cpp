@@ -8,7 +8,17 @@ namespace wordindex {
 
 namespace {
 
-constexpr int kDeepest = 64;  // directories inside each other; links may go round
+constexpr int kDeepest = 256;  // directories inside each other
+
+// The system's attribute of links and the like.
+constexpr uint32_t kReparsePoint = 0x400;
+
+// A walk that followed links might go round for ever.
+bool IsLink(const std::wstring& path)
+{
+    uint32_t attributes = 0;
+    return VornFileGetAttributes(path.c_str(), &attributes) == VORN_OK && (attributes & kReparsePoint) != 0;
+}
 
 bool EndsInBackslash(const std::wstring& name)
 {
@@ -33,7 +43,7 @@ bool Search(const std::wstring& pattern, std::vector<FoundFile>* files,
     for (; status == VORN_OK; status = VornFileFindNext(find, &name)) {
         const std::wstring full = directory + name;
         if (VornFileExistsDir(full.c_str()) == VORN_TRUE) {
-            if (directories != nullptr) directories->push_back(full);
+            if (directories != nullptr && !IsLink(full)) directories->push_back(full);
         } else {
             files->push_back({full, VornFileFindGetSize(find)});
         }

@@ -14,7 +14,8 @@ struct FoundFile {
 };
 
 // Adds what a word of the command line stands for: a file, the files that match a pattern, or a directory
-// with everything below it. Says what cannot be found or read, and goes on; false when something was said.
+// with everything below it, links to directories left out. Says what cannot be found or read, and goes on;
+// false when something was said.
 bool FindFiles(const std::wstring& word, std::vector<FoundFile>* files);
 
 }  // namespace wordindex

@@ -22,6 +22,9 @@ expect_code() { [ "$code" = "$1" ] || { fail "$2: exit code $code instead of $1"
 expect_line() { grep -qF -- "$1" err || { fail "$2: no line holds $1"; cat err; }; }
 
 perl "$here/make_texts.pl" texts 60
+# Links that a walk must not follow: it would go round.
+ln -s . texts/round
+ln -s .. 'texts/inner 1/back'
 perl "$here/count_words.pl" texts >expected
 [ "$(wc -l <expected)" -gt 3000 ] || fail 'the texts are too poor to tell anything'
 
