@@ -3,7 +3,12 @@
 #include "thread/cancel.h"
 #include "thread/handler_table.h"
 #include "thread/mutex_record.h"
+#include "thread/thread_exception.h"
 #include "thread/thread_record.h"
+
+#include <cstring>
+#include <cxxabi.h>
+#include <exception>
 
 namespace vorn::detail {
 
@@ -15,8 +20,24 @@ constexpr DWORD64 kStackAlignment = 16;
 // the unwinding is later entered from the interrupted frame.
 constexpr DWORD64 kGap = 256;
 
+// "GNUCC++" and 1 for a dependent exception.
+constexpr _Unwind_Exception_Class kDependentException = 0x474E5543432B2B01;
+
+// Lives as long as the module: a handler may keep a reference to it.
+const std::exception_ptr cancelException = std::make_exception_ptr(ThreadExceptionCancel());
+
+void* ObjectOf(const std::exception_ptr& exception) noexcept
+{
+    void* object;
+    static_assert(sizeof(exception) == sizeof(object));
+    std::memcpy(&object, &exception, sizeof(object));
+    return object;
+}
+
+// Jumps to the start routine, where nothing is in flight and nothing is being handled.
 [[noreturn]] void Escape(CancelUnwind* unwind) noexcept
 {
+    *unwind->runtime = {};
     longjmp(unwind->escape, 1);
 }
 
@@ -104,11 +125,24 @@ _Unwind_Reason_Code StopBeforeBarrier(int, _Unwind_Action actions, _Unwind_Excep
     return _URC_NO_REASON;
 }
 
+void ResumeSwallowed(_Unwind_Reason_Code, _Unwind_Exception*);
+
+// Makes the cancellation one that is in flight, as after a throw.
+void PutInFlight(CancelUnwind* unwind) noexcept
+{
+    unwind->exception = {};
+    unwind->exception.primary = ObjectOf(cancelException);
+    unwind->exception.header.exception_class = kDependentException;
+    unwind->exception.header.exception_cleanup = &ResumeSwallowed;
+    ++unwind->runtime->uncaughtExceptions;
+}
+
 // Called when a handler that catches everything ends without passing the cancellation on: it goes on from
 // here.
 void ResumeSwallowed(_Unwind_Reason_Code, _Unwind_Exception*)
 {
     CancelUnwind* const unwind = CurrentThread()->unwind;
+    PutInFlight(unwind);
     RtlCaptureContext(&unwind->from);
     UnwindOn(unwind);
 }
@@ -119,9 +153,7 @@ void ResumeSwallowed(_Unwind_Reason_Code, _Unwind_Exception*)
 extern "C" [[noreturn]] void VornCancelForcedUnwind()
 {
     CancelUnwind* const unwind = CurrentThread()->unwind;
-    unwind->exception = {};
-    unwind->exception.exception_cleanup = &ResumeSwallowed;
-    _Unwind_ForcedUnwind(&unwind->exception, &StopBeforeBarrier, unwind);
+    _Unwind_ForcedUnwind(&unwind->exception.header, &StopBeforeBarrier, unwind);
     Escape(unwind);  // the unwinder refused
 }
 
@@ -175,6 +207,7 @@ namespace {
     // that was meant for the next sleeper, or still owes it. One signal too many wakes a sleeper in vain.
     SetEvent(thread->stateLock->wakeEvent);
     if (thread->adopted != 0 || thread->unwind == nullptr) ExitThread(0xFFFFFFFF);
+    PutInFlight(thread->unwind);
     UnwindOn(thread->unwind);
 }
 
@@ -198,6 +231,7 @@ void PrepareCancelUnwind(CancelUnwind* unwind, const void* address) noexcept
     DWORD64 base = 0;
     PRUNTIME_FUNCTION const function = RtlLookupFunctionEntry(place, &base, nullptr);
     unwind->startRegion = function == nullptr ? place : base + function->BeginAddress;
+    unwind->runtime = reinterpret_cast<RuntimeState*>(abi::__cxa_get_globals());
 }
 
 // Between suspending and resuming nothing is called that could need a lock: the thread may hold any.

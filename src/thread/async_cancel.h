@@ -18,9 +18,31 @@
 #include "core/win32.h"
 
 #include <csetjmp>
+#include <cstddef>
 #include <unwind.h>
 
 namespace vorn::detail {
+
+// What a cancellation is to the C++ runtime while it unwinds, in the layout of the runtime's dependent
+// exceptions: one more reference to an exception of the library's own. Handlers can catch it like any other,
+// also where an exception is being handled already.
+struct CancelException {
+    void* primary;  // the exception object that is referred to
+    void* unused[3];
+    void* nextCaught;
+    int32_t handlerCount;  // handlers that have caught it and have not ended
+    int32_t handlerSwitch;
+    void* handlerCache[4];
+    _Unwind_Exception header;
+};
+static_assert(offsetof(CancelException, nextCaught) == 32 && offsetof(CancelException, header) == 80 &&
+              sizeof(CancelException) == 144);
+
+// What the C++ runtime keeps for a thread.
+struct RuntimeState {
+    void* caughtExceptions;  // those that are being handled, the innermost first
+    unsigned uncaughtExceptions;
+};
 
 // Lives in the start routine's frame while the start function runs.
 struct CancelUnwind {
@@ -29,7 +51,8 @@ struct CancelUnwind {
     jmp_buf escape;         // back to the start routine
     uintptr_t startRegion;  // the function that has this structure in its frame
     uintptr_t barrier;      // return address into the next barrier's frame; 0: none before the start routine
-    _Unwind_Exception exception;
+    CancelException exception;
+    RuntimeState* runtime;
 };
 
 // Makes `unwind` ready for the function that contains `address`. The caller then fills `escape`.
