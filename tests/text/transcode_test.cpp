@@ -2,10 +2,14 @@
 
 #include "support/guard_buffer.h"
 #include "text/transcode_model.h"
+#include "text/transcode_texts.h"
 
+#include <algorithm>
+#include <cstring>
 #include <gtest/gtest.h>
 #include <random>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 using namespace vorn_test;
@@ -66,6 +70,59 @@ void ExpectUtf16(const std::string& utf8, const std::vector<wchar_t>& expected)
 {
     SCOPED_TRACE(testing::PrintToString(utf8));
     ExpectOutput(VornUtf8ToUtf16, Bytes(utf8), expected);
+}
+
+// The model's bytes are unsigned.
+template <class Unit>
+using ModelUnit = std::conditional_t<std::is_same_v<Unit, char>, uint8_t, Unit>;
+
+// Expects the model's result for every part of the text that begins where it begins, with every capacity.
+// What lies behind a part often would complete its last character.
+template <class Out, class In>
+void ExpectContract(VornStatus (*function)(const In*, uint32_t, Out*, uint32_t*),
+                    const Text<ModelUnit<In>>& text)
+{
+    const GuardBuffer input = GuardBuffer::Of(text.data(), text.size() * sizeof(In));
+    const In* const src = input.As<const In>();
+    for (uint32_t length = 0; length <= text.size(); ++length) {
+        const Model<ModelUnit<Out>> model =
+            ModelConvert<ModelUnit<Out>>(Text<ModelUnit<In>>(text.begin(), text.begin() + length));
+        const uint32_t needed = static_cast<uint32_t>(model.units.size());
+        if (length != 0) {
+            uint32_t size = 0;
+            ASSERT_EQ(function(src, length, nullptr, &size), VORN_E_BUFFER_TOO_SMALL);
+            ASSERT_EQ(size, model.querySize) << testing::PrintToString(text) << " of length " << length;
+        }
+        std::vector<Out> output(needed + 1);
+        for (uint32_t capacity = 1; capacity <= needed + 1; ++capacity) {
+            std::memset(output.data(), 0x5C, output.size() * sizeof(Out));
+            uint32_t size = capacity;
+            const size_t written = model.WrittenInto(capacity);
+            ASSERT_EQ(function(src, length, output.data(), &size),
+                      written == needed ? VORN_OK : VORN_E_BUFFER_TOO_SMALL)
+                << testing::PrintToString(text) << " of length " << length << " into " << capacity;
+            ASSERT_EQ(size, needed) << testing::PrintToString(text) << " of length " << length << " into "
+                                    << capacity;
+            const uint8_t* const bytes = reinterpret_cast<const uint8_t*>(output.data());
+            ASSERT_TRUE(std::equal(bytes, bytes + written * sizeof(Out),
+                                   reinterpret_cast<const uint8_t*>(model.units.data())));
+            ASSERT_TRUE(std::all_of(bytes + written * sizeof(Out), bytes + output.size() * sizeof(Out),
+                                    [](uint8_t byte) { return byte == 0x5C; }));
+        }
+    }
+}
+
+// Expects that the text is measured up to its first zero, of which there is one at its end at the latest.
+template <class Out, class In>
+void ExpectTerminatedQuery(VornStatus (*function)(const In*, uint32_t, Out*, uint32_t*),
+                           Text<ModelUnit<In>> text)
+{
+    text.push_back(0);
+    const GuardBuffer input = GuardBuffer::Of(text.data(), text.size() * sizeof(In));
+    text.erase(std::find(text.begin(), text.end(), ModelUnit<In>{0}), text.end());
+    uint32_t size = 0;
+    ASSERT_EQ(function(input.As<const In>(), 0, nullptr, &size), VORN_E_BUFFER_TOO_SMALL);
+    ASSERT_EQ(size, ModelConvert<ModelUnit<Out>>(text).querySize + 1) << testing::PrintToString(text);
 }
 
 std::vector<wchar_t> Replacements(size_t count)
@@ -203,6 +260,34 @@ TEST(TranscodeConversion, SequencesCutOffByTheLengthAreIllFormedAndNothingBehind
     ExpectOutput(VornUtf16ToUtf8, std::vector<wchar_t>{0xD83D}, Bytes("\xEF\xBF\xBD"));
     EXPECT_EQ(Query(VornUtf8ToUtf16, Bytes("\xF0\x9F\x98"), 3), 3u);
     EXPECT_EQ(Query(VornUtf16ToUtf8, std::vector<wchar_t>{0xD83D}, 1), 3u);
+}
+
+TEST(TranscodeConversion, AgreesWithTheModelForEveryPartAndCapacityOfRandomTexts)
+{
+    std::mt19937 random(21);
+    for (int kind = 0; kind < 8; ++kind) {
+        for (size_t places = 0; places < 9; places += 4) {
+            Text<uint8_t> utf8 = RandomText<uint8_t>(random, kind, 70);
+            Text<wchar_t> utf16 = RandomText<wchar_t>(random, kind, 40);
+            Text<uint32_t> utf32 = RandomText<uint32_t>(random, kind, 30);
+            Damage(random, utf8, places);
+            Damage(random, utf16, places);
+            Damage(random, utf32, places);
+            ExpectContract(VornUtf8ToUtf16, utf8);
+            ExpectContract(VornUtf8ToUtf32, utf8);
+            ExpectContract(VornUtf16ToUtf8, utf16);
+            ExpectContract(VornUtf16ToUtf32, utf16);
+            ExpectContract(VornUtf32ToUtf8, utf32);
+            ExpectContract(VornUtf32ToUtf16, utf32);
+            ExpectTerminatedQuery(VornUtf8ToUtf16, utf8);
+            ExpectTerminatedQuery(VornUtf8ToUtf32, utf8);
+            ExpectTerminatedQuery(VornUtf16ToUtf8, utf16);
+            ExpectTerminatedQuery(VornUtf16ToUtf32, utf16);
+            ExpectTerminatedQuery(VornUtf32ToUtf8, utf32);
+            ExpectTerminatedQuery(VornUtf32ToUtf16, utf32);
+            ASSERT_FALSE(HasFatalFailure());
+        }
+    }
 }
 
 // A sequence cut off by the length is ill-formed although the memory behind it would complete it.
