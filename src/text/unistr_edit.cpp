@@ -79,13 +79,13 @@ void UniStr::AppendString(const wchar_t* s, uint32_t n)
 {
     if (n == 0) n = UnitLength(s);
     if (n == 0) return;
-    if (uint64_t{Size()} + n < capacity_) {
-        wchar_t* const end = end_;
-        MoveUnits(end, s, n);  // s may lie in this buffer and reach to the terminator
-        SetEnd(end + n);
+    if (n >= capacity_ - Size()) {
+        Splice(Size(), 0, s, n, GrowthStep(n));
         return;
     }
-    Splice(Size(), 0, s, n, GrowthStep(n));
+    wchar_t* const end = end_;
+    MoveUnits(end, s, n);  // s may lie in this buffer and reach to the terminator
+    SetEnd(end + n);
 }
 
 void UniStr::InsertStringAtPosition(uint32_t pos, const wchar_t* s, uint32_t n)
