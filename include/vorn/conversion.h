@@ -2,8 +2,8 @@
  * conversion.h - text between UTF-8, UTF-16 and UTF-32, and between UTF-16 and the default code page.
  *
  * Lengths and capacities count units of the encoding they belong to: bytes of UTF-8 and of code pages, 16-bit
- * units of UTF-16, 32-bit units of UTF-32. Every function here may be called by any thread, and none touches
- * the last error.
+ * units of UTF-16, 32-bit units of UTF-32. Text is aligned as its type asks. Every function here may be
+ * called by any thread, and none touches the last error.
  *
  * The six Unicode converters share one size contract.
  *

@@ -3,10 +3,10 @@
  * formatting.
  *
  * Everything counts 16-bit units; a surrogate pair is two of them, and nothing checks surrogates. The
- * terminator is never counted in a length. No pointer may be null unless its function says so, and buffers
- * are as large as what is written into them; copying and appending ask that source and destination do not
- * overlap. None of these functions touches the last error. Any thread may call them on text that no other
- * thread changes.
+ * terminator is never counted in a length. Text lies at even addresses, as its type asks. No pointer may be
+ * null unless its function says so, and buffers are as large as what is written into them; copying and
+ * appending ask that source and destination do not overlap. None of these functions touches the last error.
+ * Any thread may call them on text that no other thread changes.
  */
 #ifndef VORN_STRING_H
 #define VORN_STRING_H

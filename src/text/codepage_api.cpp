@@ -1,3 +1,5 @@
+// The exported conversions between UTF-16 and the default code page.
+
 #include <vorn/conversion.h>
 
 #include "text/codepage_converter.h"

@@ -1,3 +1,5 @@
+// The exported converters between the Unicode forms: the size contract around the tables of transcode.h.
+
 #include <vorn/conversion.h>
 
 #include "text/terminated.h"
