@@ -217,6 +217,28 @@ TEST_F(HeapFile, AReadThatIsCutShortIsReported)
     }
 }
 
+namespace {
+
+BOOL WINAPI SizeWithOneMoreInTheHighHalf(HANDLE file, LARGE_INTEGER* size)
+{
+    size->QuadPart = (LONGLONG{1} << 32) + GetFileSize(file, nullptr);
+    return TRUE;
+}
+
+}  // namespace
+
+TEST_F(HeapFile, OfAFileOf4GiBAndMoreOnlyTheLowHalfOfTheSizeCounts)
+{
+    const uint64_t block = VornHeapAlloc(heap, 100);
+    const std::vector<uint8_t> before = Bytes();
+    ASSERT_EQ(VornHeapSave(heap, fileName.c_str()), VORN_OK);
+    ASSERT_EQ(VornHeapFree(heap, block), VORN_OK);
+    PatchedFunction size(L"kernel32.dll", "GetFileSizeEx", &SizeWithOneMoreInTheHighHalf);
+    ASSERT_TRUE(size.Found());
+    EXPECT_EQ(VornHeapLoad(heap, fileName.c_str()), VORN_OK);
+    EXPECT_EQ(Bytes(), before);
+}
+
 TEST_F(HeapFile, EveryFailureIsReportedAndLeavesNoHandleOrLockBehind)
 {
     VornHeapAlloc(heap, 100);
