@@ -141,6 +141,39 @@ TEST(ModuleLoad, RecordsOfThreadsThatLiveOnAreFreedWithTheModule)
     CloseHandle(thread);
 }
 
+TEST(ModuleLoad, WorksWithThreadLocalIndexesBeyondTheFirst64)
+{
+    std::vector<DWORD> taken;
+    while (taken.empty() || taken.back() < 64) taken.push_back(TlsAlloc());
+    {
+        const Module module;
+        const auto self = module.Find<void* (*)()>("VornThreadSelf");
+        const auto create =
+            module.Find<uint32_t (*)(void**, const void*, void* (*)(void*), void*)>("VornThreadCreate");
+        const auto join = module.Find<uint32_t (*)(void*, void**)>("VornThreadJoin");
+        ASSERT_NE(self, nullptr);
+        void* const record = self();
+        EXPECT_NE(record, nullptr);
+        SetLastError(4711);
+        EXPECT_EQ(self(), record);
+        EXPECT_EQ(GetLastError(), 4711u);
+        static void* (*inside)();
+        inside = self;
+        void* thread = nullptr;
+        void* seen = nullptr;
+        ASSERT_EQ(
+            create(
+                &thread, nullptr, [](void*) { return inside() == inside() ? inside() : nullptr; }, nullptr),
+            0u);
+        void* const created = thread;
+        EXPECT_EQ(join(thread, &seen), 0u);
+        EXPECT_EQ(seen, created);
+        EXPECT_TRUE(FreeLibrary(module.handle));
+    }
+    EXPECT_TRUE(UseOnce());
+    for (DWORD index : taken) TlsFree(index);
+}
+
 TEST(ModuleLoad, TheTerminateHandlerGoesWithTheModuleAlsoWhenAThreadHasNotPutTheOldOneBack)
 {
     const auto before = std::get_terminate();
