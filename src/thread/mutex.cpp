@@ -14,9 +14,6 @@ constexpr VornMutexAttr kDefaultAttr = {VORN_MUTEX_NORMAL, 0};
 constexpr VornMutexAttr kRecursiveAttr = {VORN_MUTEX_RECURSIVE, 0};
 constexpr VornMutexAttr kErrorCheckAttr = {VORN_MUTEX_ERRORCHECK, 0};
 
-// After that it offers its processor a few times, which helps where the holder is waiting for one.
-constexpr int kYields = 8;
-
 // How often a contender looks at the word before it sleeps: a short section ends sooner than a kernel wait
 // begins. On a single processor the holder cannot run meanwhile.
 int SpinLimit() noexcept
@@ -32,6 +29,9 @@ int SpinLimit() noexcept
     }
     return spins;
 }
+
+// How often it then offers its processor to others, which helps where the holder is waiting for one.
+constexpr int kYields = 8;
 
 VornStatus MakeMutex(VornMutex** out, const VornMutexAttr& attr) noexcept
 {

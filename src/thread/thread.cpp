@@ -91,8 +91,7 @@ void FinishWithUnknownException(VornThread* thread) noexcept
     thread->ending.store(true);
 }
 
-// An exception that passes RunStartFunction ends here, where std::terminate runs, with the
-// host's handler.
+// An exception that passes RunStartFunction ends here, where std::terminate runs with the host's handler.
 DWORD WINAPI StartRoutine(void* parameter) noexcept
 {
     VornThread* thread;
