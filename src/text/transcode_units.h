@@ -1,299 +1,302 @@
-// transcode_units.h - reading UTF-16 and UTF-32, and writing UTF-8 from them, with vector units that have no
-// compressing store, written once for both widths. See transcode_blocks.h.
+// transcode_units.h - UTF-16 and UTF-32 into each other with SSE4.1 and AVX2, and what transcode_to_utf8.h
+// shares with it. Without linkage: each file that is compiled for a vector unit gets its own copy.
 //
-// Vectors whose units all take one of the common shapes are converted at once; for surrogates and for values
-// beyond U+FFFF the plain definition takes over for as many units as a vector holds.
+// In the middle of a text a vector of units is converted at a time, and whole lanes are stored: what they
+// hold in excess is overwritten by the characters behind. At the end eight units are converted at a time, and
+// exactly what counts is stored.
 #ifndef VORN_TEXT_TRANSCODE_UNITS_H
 #define VORN_TEXT_TRANSCODE_UNITS_H
 
-#include "text/transcode_blocks.h"
+#include "core/vector_sse41.h"
+#include "text/transcode.h"
+#include "text/transcode_lanes.h"
 
 namespace vorn::detail {
 
 namespace {
 
-// For eight lanes of two bytes: both bytes of those whose bit is set, the first of the others.
-constexpr Shuffles<256> MakeCloseTwo()
+// The middle of a text ends where no more than this is left behind the vector. The last lane that is stored
+// may hold as little as four bytes, of which a high surrogate at the end takes back two: up to 14 bytes are
+// stored in excess, and so many units give at least that many.
+constexpr size_t kUnitsBehind = 16;
+constexpr size_t kRoomBehind = 18;
+
+__m128i Dwords(uint32_t value)
 {
-    Shuffles<256> table{};
-    for (int bits = 0; bits < 256; ++bits) {
-        int size = 0;
-        for (int lane = 0; lane < 8; ++lane) {
-            table.of[bits].at[size++] = static_cast<uint8_t>(2 * lane);
-            if ((bits >> lane & 1) != 0) table.of[bits].at[size++] = static_cast<uint8_t>(2 * lane + 1);
-        }
-        while (size < 16) table.of[bits].at[size++] = 0x80;
+    return _mm_set1_epi32(static_cast<int>(value));
+}
+
+size_t Least(size_t a, size_t b)
+{
+    return a < b ? a : b;
+}
+
+unsigned DwordBits(__m128i lanes)
+{
+    return static_cast<unsigned>(_mm_movemask_ps(_mm_castsi128_ps(lanes)));
+}
+
+// ---- surrogates
+
+template <class Unit>
+typename Unit::V Surrogates(typename Unit::V units)
+{
+    return Unit::Equal16(Unit::And(units, Unit::Set16(0xF800)), Unit::Set16(0xD800));
+}
+
+template <class Unit>
+bool HasSurrogates(typename Unit::V units)
+{
+    return !Unit::IsZero(Surrogates<Unit>(units));
+}
+
+// Whether the last of `count` units is the first half of a pair whose other half may follow. What it gives
+// does not count: one code point, or kCutBytes of UTF-8. The next vector begins with it, so that this is
+// asked of the memory: the answer is there before those of the vector are.
+bool IsCutPair(const wchar_t* text, size_t count, size_t left)
+{
+    return left > count && static_cast<uint16_t>(text[count - 1]) >> 10 == 0xD800 >> 10;
+}
+
+constexpr size_t kCutBytes = 2;
+
+// A vector of units of which some are surrogates. The ones that stand alone are replaced.
+template <class Unit>
+struct Pairs {
+    using V = typename Unit::V;
+
+    Pairs(V text, bool isCut) : units(text)
+    {
+        const V surrogates = Surrogates<Unit>(text);
+        lows = Unit::Equal16(Unit::And(text, Unit::Set16(0xFC00)), Unit::Set16(0xDC00));
+        highs = Unit::Xor(surrogates, lows);
+        const uint64_t highBits = Unit::SignBits8(highs);
+        const uint64_t lowBits = uint64_t{Unit::SignBits8(lows)} | uint64_t{isCut} * 3 << Unit::kBytes;
+        if (highBits << 2 != lowBits) ReplaceAlone(surrogates, isCut);
     }
-    return table;
-}
 
-// For four lanes of four bytes: one byte of each, one more for each of its two bits that is set.
-constexpr Shuffles<256> MakeCloseThree()
-{
-    Shuffles<256> table{};
-    for (int bits = 0; bits < 256; ++bits) {
-        int size = 0;
-        for (int lane = 0; lane < 4; ++lane) {
-            const int length = 1 + (bits >> lane & 1) + (bits >> (lane + 4) & 1);
-            for (int i = 0; i < length; ++i) table.of[bits].at[size++] = static_cast<uint8_t>(4 * lane + i);
-        }
-        while (size < 16) table.of[bits].at[size++] = 0x80;
+    V units;
+    V highs;
+    V lows;
+
+private:
+    void ReplaceAlone(V surrogates, bool isCut)
+    {
+        const V lowsOfPairs = Unit::And(lows, Unit::template Earlier<2>(highs, Unit::Zero()));
+        const V behind = Unit::template Later<2>(lows);
+        const V last = Unit::AndNot(Unit::template Later<2>(Unit::Set16(0xFFFF)), Unit::Set16(0xFFFF));
+        const V highsOfPairs = Unit::And(highs, isCut ? Unit::Or(behind, last) : behind);
+        lows = lowsOfPairs;
+        highs = highsOfPairs;
+        const V alone = Unit::AndNot(Unit::Or(highs, lows), surrogates);
+        units = Unit::Choose(units, Unit::Set16(kReplacement), alone);
     }
-    return table;
+};
+
+// What has no room goes the plain way, which stops at the right character.
+template <class In, class Out>
+Converted Finish(Converted (*plain)(const In*, size_t, Out*, size_t), Converted done, const In* src,
+                 size_t length, Out* dst, size_t room)
+{
+    if (done.read == length) return done;
+    const Converted rest =
+        plain(src + done.read, length - done.read, dst + done.written, room - done.written);
+    return {done.read + rest.read, done.written + rest.written};
 }
 
-constexpr Shuffles<256> kCloseTwo = MakeCloseTwo();
-constexpr Shuffles<256> kCloseThree = MakeCloseThree();
-
-// Converts characters the plain way until `stop` units are read. False if the next one has no room.
-template <class From, class To>
-bool ConvertUntil(size_t stop, const typename From::Unit* src, size_t length, typename To::Unit* dst,
-                  size_t room, Converted* done)
+// Stores exactly the first `count` units of two lanes, of which `inFirst` are in the first.
+template <class Out>
+void StoreParts(Out* out, __m128i first, size_t inFirst, __m128i second, size_t count)
 {
-    while (done->read < stop) {
-        const Character character = From::Read(src + done->read, length - done->read);
-        const uint32_t units = To::Length(character.codePoint);
-        if (units > room - done->written) return false;
-        To::Write(character.codePoint, dst + done->written);
-        done->read += character.length;
-        done->written += units;
+    StorePart(out, first, Least(count, inFirst) * sizeof(Out));
+    if (count > inFirst) StorePart(out + inFirst, second, (count - inFirst) * sizeof(Out));
+}
+
+// One conversion on its way.
+template <class In, class Out>
+struct Progress {
+    const In* Text() const { return src + done.read; }
+    Out* End() const { return dst + done.written; }
+    size_t Left() const { return length - done.read; }
+    size_t Room() const { return room - done.written; }
+
+    void Add(size_t read, size_t written)
+    {
+        done.read += read;
+        done.written += written;
     }
-    return true;
-}
 
-// Eight UTF-16 units are stored as up to 24 bytes, of which the last 16 may be stored in excess; the same
-// number of units and of room behind them makes sure that those are overwritten.
-constexpr size_t kInPlaceUnits = 8 + 18;
-constexpr size_t kInPlaceWriteRoom = 24 + 18;
+    const In* src;
+    size_t length;
+    Out* dst;
+    size_t room;
+    Converted done;
+};
 
-__m128i LoadEight(const wchar_t* text)
-{
-    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(text));
-}
+// ---- UTF-16 to UTF-32
 
-void StoreBytes(uint8_t* out, __m128i bytes)
-{
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), bytes);
-}
+// The code points of a vector of units, in its first and last four of each lane's eight; a bit for each lane
+// of the second half of a pair, which gives none.
+template <class Unit>
+struct CodePoints {
+    using V = typename Unit::V;
 
-// One bit for each of eight 16-bit lanes, each all ones or zero.
-unsigned Bits16(__m128i lanes)
-{
-    return static_cast<unsigned>(_mm_movemask_epi8(_mm_packs_epi16(lanes, _mm_setzero_si128())));
-}
-
-__m128i FromUnsigned16(__m128i units, int least)
-{
-    return _mm_cmpeq_epi16(_mm_max_epu16(units, _mm_set1_epi16(static_cast<short>(least))), units);
-}
-
-// Eight units below 0x800.
-size_t StoreTwo(__m128i units, uint8_t* out)
-{
-    const __m128i from80 = FromUnsigned16(units, 0x80);
-    const __m128i low = _mm_and_si128(_mm_slli_epi16(units, 8), _mm_set1_epi16(0x3F00));
-    const __m128i two =
-        _mm_or_si128(_mm_or_si128(_mm_srli_epi16(units, 6), low), _mm_set1_epi16(-0x7F40));  // 0x80C0
-    const unsigned bits = Bits16(from80);
-    StoreBytes(out, _mm_shuffle_epi8(_mm_blendv_epi8(units, two, from80), Control(kCloseTwo.of[bits])));
-    return 8 + Bits(bits);
-}
-
-// Four code points below 0x10000, none a surrogate, one in each lane.
-size_t StoreThree(__m128i codePoints, uint8_t* out)
-{
-    const auto set = [](int value) { return _mm_set1_epi32(value); };
-    const __m128i from80 = _mm_cmpgt_epi32(codePoints, set(0x7F));
-    const __m128i from800 = _mm_cmpgt_epi32(codePoints, set(0x7FF));
-    const __m128i last = _mm_and_si128(codePoints, set(0x3F));
-    const __m128i middle = _mm_and_si128(codePoints, set(0xFC0));
-    const __m128i first = _mm_srli_epi32(codePoints, 12);
-    const __m128i two =
-        _mm_or_si128(_mm_or_si128(_mm_srli_epi32(codePoints, 6), _mm_slli_epi32(last, 8)), set(0x80C0));
-    const __m128i three = _mm_or_si128(_mm_or_si128(first, _mm_slli_epi32(middle, 2)),
-                                       _mm_or_si128(_mm_slli_epi32(last, 16), set(0x8080E0)));
-    const __m128i lanes = _mm_blendv_epi8(_mm_blendv_epi8(codePoints, two, from80), three, from800);
-    const unsigned bits = static_cast<unsigned>(_mm_movemask_ps(_mm_castsi128_ps(from80)) |
-                                                _mm_movemask_ps(_mm_castsi128_ps(from800)) << 4);
-    StoreBytes(out, _mm_shuffle_epi8(lanes, Control(kCloseThree.of[bits])));
-    return 4 + Bits(bits);
-}
-
-bool HasSurrogates(__m128i units)
-{
-    const __m128i high = _mm_and_si128(units, _mm_set1_epi16(-0x800));
-    return _mm_movemask_epi8(_mm_cmpeq_epi16(high, _mm_set1_epi16(-0x2800))) != 0;  // 0xF800, 0xD800
-}
-
-bool AreAllBelow(__m128i units, uint32_t mask)
-{
-    return _mm_testz_si128(units, _mm_set1_epi32(static_cast<int>(mask))) != 0;
-}
-
-Converted Utf16ToUtf8(const wchar_t* src, size_t length, uint8_t* dst, size_t room)
-{
-    Converted done{0, 0};
-    while (length - done.read >= kInPlaceUnits && room - done.written >= kInPlaceWriteRoom) {
-        uint8_t* const out = dst + done.written;
-        const __m128i units = LoadEight(src + done.read);
-        if (AreAllBelow(units, 0xFF80FF80)) {
-            const __m128i more = LoadEight(src + done.read + 8);
-            if (AreAllBelow(more, 0xFF80FF80)) {
-                StoreBytes(out, _mm_packus_epi16(units, more));
-                done.read += 16;
-                done.written += 16;
-                continue;
-            }
-        }
-        if (AreAllBelow(units, 0xF800F800)) {
-            done.written += StoreTwo(units, out);
-            done.read += 8;
-        } else if (!HasSurrogates(units)) {
-            const __m128i zero = _mm_setzero_si128();
-            const size_t first = StoreThree(_mm_unpacklo_epi16(units, zero), out);
-            done.written += first + StoreThree(_mm_unpackhi_epi16(units, zero), out + first);
-            done.read += 8;
-        } else {
-            ConvertUntil<Utf16, Utf8>(done.read + 8, src, length, dst, room, &done);
-        }
+    explicit CodePoints(const Pairs<Unit>& pairs)
+    {
+        const V zero = Unit::Zero();
+        const V next = Unit::template Later<2>(pairs.units);
+        const auto join = [](V units, V following, V isHigh) {
+            const V sum = Unit::Add32(Unit::ShiftLeft32(units, 10), following);
+            return Unit::Choose(units, Unit::Subtract32(sum, Unit::Set32(0x35FDC00)), isHigh);
+        };
+        low = join(Unit::InterleaveLow16(pairs.units, zero), Unit::InterleaveLow16(next, zero),
+                   Unit::InterleaveLow16(pairs.highs, pairs.highs));
+        high = join(Unit::InterleaveHigh16(pairs.units, zero), Unit::InterleaveHigh16(next, zero),
+                    Unit::InterleaveHigh16(pairs.highs, pairs.highs));
+        lows = Unit::SignBits8(Unit::PackSigned16(pairs.lows));
     }
-    ConvertUntil<Utf16, Utf8>(length, src, length, dst, room, &done);
-    return done;
+
+    // The bits of four lanes: the number is that of the four.
+    unsigned LowsOf(int four) const { return lows >> (16 * (four / 2) + 4 * (four % 2)) & 15; }
+
+    V low;
+    V high;
+    uint32_t lows;
+};
+
+// Shuffles each four lanes of a vector's eight or sixteen, and stores them one behind the other, whole lanes;
+// gives the number of units that count.
+template <class Unit, class ControlOf, class LengthOf, class Out>
+size_t StoreFours(typename Unit::V low, typename Unit::V high, ControlOf controlOf, LengthOf lengthOf,
+                  Out* out)
+{
+    low = Unit::Shuffle(low, Unit::Join(controlOf(0), controlOf(2)));
+    high = Unit::Shuffle(high, Unit::Join(controlOf(1), controlOf(3)));
+    size_t count = lengthOf(0);
+    StoreLane(out, Unit::template Lane<0>(low));
+    StoreLane(out + count, Unit::template Lane<0>(high));
+    count += lengthOf(1);
+    if constexpr (Unit::kLanes == 2) {
+        StoreLane(out + count, Unit::template Lane<1>(low));
+        count += lengthOf(2);
+        StoreLane(out + count, Unit::template Lane<1>(high));
+        count += lengthOf(3);
+    }
+    return count;
 }
 
+template <class Unit>
 Converted Utf16ToUtf32(const wchar_t* src, size_t length, uint32_t* dst, size_t room)
 {
-    Converted done{0, 0};
-    while (length - done.read >= 8 && room - done.written >= 8) {
-        const __m128i units = LoadEight(src + done.read);
-        if (HasSurrogates(units)) {
-            ConvertUntil<Utf16, Utf32>(done.read + 8, src, length, dst, room, &done);
+    constexpr size_t kUnits = Unit::kBytes / 2;
+    Progress<wchar_t, uint32_t> work{src, length, dst, room, {0, 0}};
+    while (work.Left() >= kUnits + kUnitsBehind && work.Room() >= kUnits + kRoomBehind) {
+        const auto units = Unit::Load(work.Text());
+        if (!HasSurrogates<Unit>(units)) {
+            Unit::StoreWide32(units, work.End(), work.End() + 8);
+            work.Add(kUnits, kUnits);
             continue;
         }
-        const __m128i zero = _mm_setzero_si128();
-        __m128i* const out = reinterpret_cast<__m128i*>(dst + done.written);
-        _mm_storeu_si128(out, _mm_unpacklo_epi16(units, zero));
-        _mm_storeu_si128(out + 1, _mm_unpackhi_epi16(units, zero));
-        done.read += 8;
-        done.written += 8;
+        const size_t cut = IsCutPair(work.Text(), kUnits, work.Left());
+        const CodePoints<Unit> all(Pairs<Unit>(units, cut != 0));
+        const size_t count = StoreFours<Unit>(
+            all.low, all.high, [&all](int four) { return Control(kDropQuads.of[all.LowsOf(four)]); },
+            [&all](int four) { return 4 - Bits(all.LowsOf(four)); }, work.End());
+        work.Add(kUnits - cut, count - cut);
     }
-    ConvertUntil<Utf16, Utf32>(length, src, length, dst, room, &done);
-    return done;
+    while (work.Left() != 0) {
+        const size_t left = work.Left();
+        const size_t read = Least(left, 8);
+        const size_t cut = IsCutPair(work.Text(), 8, left);
+        const CodePoints<Sse41> all(Pairs<Sse41>(LoadPart(work.Text(), 2 * read), cut != 0));
+        const __m128i low = _mm_shuffle_epi8(all.low, Control(kDropQuads.of[all.LowsOf(0)]));
+        const __m128i high = _mm_shuffle_epi8(all.high, Control(kDropQuads.of[all.LowsOf(1)]));
+        const size_t count = 8 - Bits(all.lows) - cut - (8 - read);
+        if (count > work.Room()) break;
+        StoreParts(work.End(), low, 4 - Bits(all.LowsOf(0)), high, count);
+        work.Add(read - cut, count);
+    }
+    return Finish(kTranscodePlain.utf16ToUtf32, work.done, src, length, dst, room);
 }
 
-// Eight values below 0x10000 as UTF-16 units. False if there are others.
-bool Narrow(const uint32_t* text, __m128i* units)
+// ---- reading UTF-32
+
+// Reads two vectors of UTF-32. Whether they are the same in UTF-16, as `units`.
+template <class Unit>
+bool Narrow(const uint32_t* text, typename Unit::V* units)
 {
-    const __m128i first = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text));
-    const __m128i second = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + 4));
-    *units = _mm_packus_epi32(first, second);
-    return AreAllBelow(_mm_or_si128(first, second), 0xFFFF0000);
+    const auto first = Unit::Load(text);
+    const auto second = Unit::Load(text + Unit::kBytes / 4);
+    *units = Unit::Pack32(first, second);
+    return Unit::HaveNone(Unit::Or(first, second), Unit::Set32(0xFFFF0000)) && !HasSurrogates<Unit>(*units);
 }
 
+// Up to eight UTF-32 values, those that are no code points replaced; zeros stand behind the end of a text.
+struct Utf32Eight {
+    Utf32Eight(const uint32_t* text, size_t count)
+        : first(Replaced(LoadPart(text, 4 * count))),
+          second(count > 4 ? Replaced(LoadPart(text + 4, 4 * (count - 4))) : _mm_setzero_si128())
+    {}
+
+    __m128i first;
+    __m128i second;
+
+private:
+    static __m128i Replaced(__m128i values)
+    {
+        const __m128i isSurrogate =
+            _mm_cmpeq_epi32(_mm_and_si128(values, Dwords(0xFFFFF800)), Dwords(0xD800));
+        const __m128i isBeyond = Sse41::AtLeast32(values, kLastCodePoint + 1);
+        return _mm_blendv_epi8(values, Dwords(kReplacement), _mm_or_si128(isSurrogate, isBeyond));
+    }
+};
+
+struct FourUnits {
+    __m128i units;
+    size_t count;
+};
+
+// The UTF-16 units of four code points.
+FourUnits UnitsOf(__m128i codePoints)
+{
+    const __m128i isPair = Sse41::AtLeast32(codePoints, 0x10000);
+    const __m128i high = _mm_add_epi32(_mm_srli_epi32(codePoints, 10), Dwords(0xDC00D7C0));
+    const __m128i low = _mm_and_si128(_mm_slli_epi32(codePoints, 16), Dwords(0x03FF0000));
+    const unsigned bits = DwordBits(isPair);
+    const __m128i lanes = _mm_blendv_epi8(codePoints, _mm_or_si128(high, low), isPair);
+    return {_mm_shuffle_epi8(lanes, Control(kCloseUnits.of[bits])), 4 + Bits(bits)};
+}
+
+template <class Unit>
 Converted Utf32ToUtf16(const uint32_t* src, size_t length, wchar_t* dst, size_t room)
 {
-    Converted done{0, 0};
-    while (length - done.read >= 8 && room - done.written >= 16) {
-        __m128i units;
-        if (Narrow(src + done.read, &units) && !HasSurrogates(units)) {
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + done.written), units);
-            done.read += 8;
-            done.written += 8;
-        } else {
-            ConvertUntil<Utf32, Utf16>(done.read + 8, src, length, dst, room, &done);
-        }
-    }
-    ConvertUntil<Utf32, Utf16>(length, src, length, dst, room, &done);
-    return done;
-}
-
-Converted Utf32ToUtf8(const uint32_t* src, size_t length, uint8_t* dst, size_t room)
-{
-    Converted done{0, 0};
-    while (length - done.read >= kInPlaceUnits && room - done.written >= kInPlaceWriteRoom) {
-        uint8_t* const out = dst + done.written;
-        __m128i units;
-        if (!Narrow(src + done.read, &units) || HasSurrogates(units)) {
-            ConvertUntil<Utf32, Utf8>(done.read + 8, src, length, dst, room, &done);
+    constexpr size_t kUnits = Unit::kBytes / 2;
+    Progress<uint32_t, wchar_t> work{src, length, dst, room, {0, 0}};
+    while (work.Left() >= kUnits + kUnitsBehind && work.Room() >= 16 + kRoomBehind) {
+        typename Unit::V units;
+        if (Narrow<Unit>(work.Text(), &units)) {
+            Unit::Store(work.End(), units);
+            work.Add(kUnits, kUnits);
             continue;
         }
-        done.read += 8;
-        if (AreAllBelow(units, 0xFF80FF80)) {
-            _mm_storel_epi64(reinterpret_cast<__m128i*>(out), _mm_packus_epi16(units, units));
-            done.written += 8;
-        } else if (AreAllBelow(units, 0xF800F800)) {
-            done.written += StoreTwo(units, out);
-        } else {
-            const __m128i zero = _mm_setzero_si128();
-            const size_t first = StoreThree(_mm_unpacklo_epi16(units, zero), out);
-            done.written += first + StoreThree(_mm_unpackhi_epi16(units, zero), out + first);
-        }
+        const Utf32Eight values(work.Text(), 8);
+        const FourUnits first = UnitsOf(values.first);
+        const FourUnits second = UnitsOf(values.second);
+        StoreLane(work.End(), first.units);
+        StoreLane(work.End() + first.count, second.units);
+        work.Add(8, first.count + second.count);
     }
-    ConvertUntil<Utf32, Utf8>(length, src, length, dst, room, &done);
-    return done;
-}
-
-// ---- sizes
-
-// A pair is counted where its high surrogate stands, so that any part of a text can be counted by itself.
-bool BeginsPair(const wchar_t* text, size_t left)
-{
-    return text[0] >> 10 == 0xD800 >> 10 && left > 1 && text[1] >> 10 == 0xDC00 >> 10;
-}
-
-template <class Unit, bool kAsUtf8>
-size_t CountUtf16(const wchar_t* src, size_t length)
-{
-    using V = typename Unit::V;
-    constexpr size_t kUnits = Unit::kBytes / 2;
-    size_t count = length;
-    size_t read = 0;
-    for (; length - read > kUnits; read += kUnits) {
-        const V units = Unit::Load(src + read);
-        const V next = Unit::Load(src + read + 1);
-        const V mask = Unit::Set16(0xFC00);
-        const V pairs = Unit::And(Unit::Equal16(Unit::And(units, mask), Unit::Set16(0xD800)),
-                                  Unit::Equal16(Unit::And(next, mask), Unit::Set16(0xDC00)));
-        const size_t pairCount = Bits(Unit::SignBits(pairs)) / 2;
-        if (kAsUtf8) {
-            // Each half of a pair is counted as three bytes and stands for two.
-            count += (Bits(Unit::SignBits(Unit::From16(units, 0x80))) +
-                      Bits(Unit::SignBits(Unit::From16(units, 0x800)))) /
-                         2 -
-                     2 * pairCount;
-        } else {
-            count -= pairCount;
-        }
+    while (work.Left() != 0) {
+        const size_t read = Least(work.Left(), 8);
+        const Utf32Eight values(work.Text(), read);
+        const FourUnits first = UnitsOf(values.first);
+        const FourUnits second = UnitsOf(values.second);
+        const size_t count = first.count + second.count - (8 - read);
+        if (count > work.Room()) break;
+        StoreParts(work.End(), first.units, first.count, second.units, count);
+        work.Add(read, count);
     }
-    for (; read < length; ++read) {
-        const size_t pairCount = BeginsPair(src + read, length - read);
-        if (kAsUtf8) count += static_cast<size_t>((src[read] >= 0x80) + (src[read] >= 0x800));
-        count -= kAsUtf8 ? 2 * pairCount : pairCount;
-    }
-    return count;
-}
-
-template <class Unit, bool kAsUtf8>
-size_t CountUtf32(const uint32_t* src, size_t length)
-{
-    using V = typename Unit::V;
-    constexpr size_t kUnits = Unit::kBytes / 4;
-    size_t count = length;
-    size_t read = 0;
-    const auto from = [](V units, uint32_t least) {
-        return Bits(Unit::SignBits(Unit::From32(units, least))) / 4;
-    };
-    for (; length - read >= kUnits; read += kUnits) {
-        const V units = Unit::Load(src + read);
-        count += from(units, 0x10000) - from(units, 0x110000);
-        if (kAsUtf8) count += from(units, 0x80) + from(units, 0x800);
-    }
-    for (; read < length; ++read) {
-        const uint32_t unit = src[read];
-        count += static_cast<size_t>(unit >= 0x10000) - static_cast<size_t>(unit >= 0x110000);
-        if (kAsUtf8) count += static_cast<size_t>((unit >= 0x80) + (unit >= 0x800));
-    }
-    return count;
+    return Finish(kTranscodePlain.utf32ToUtf16, work.done, src, length, dst, room);
 }
 
 }  // namespace
