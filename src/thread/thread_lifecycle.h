@@ -17,7 +17,8 @@ void RunThreadExitCleanup() noexcept;
 // ended every other thread, wherever it was, possibly inside the library with a lock held.
 void NoteProcessEnd() noexcept;
 
-// True from then on: no lock that is held will be released, and whoever waits for another thread hangs.
+// True from then on, and where the system says so itself, earlier: from the moment at which it has ended the
+// other threads. No lock that is held will be released, and whoever waits for another thread hangs.
 bool ProcessIsEnding() noexcept;
 
 }  // namespace vorn::detail

@@ -16,6 +16,12 @@ namespace {
 
 std::atomic<bool> processIsEnding{false};
 
+// The system's own answer, which comes before the module is told: the modules that use this one are told
+// first, and may call it then. Null where the system has no such entry point.
+using ShutdownQuestion = BOOLEAN(NTAPI*)();
+const auto systemIsEndingProcess = reinterpret_cast<ShutdownQuestion>(
+    reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "RtlDllShutdownInProgress")));
+
 HANDLE DuplicateCurrentThread() noexcept
 {
     HANDLE handle;
@@ -84,7 +90,8 @@ void NoteProcessEnd() noexcept
 
 bool ProcessIsEnding() noexcept
 {
-    return processIsEnding.load(std::memory_order_relaxed);
+    if (processIsEnding.load(std::memory_order_relaxed)) return true;
+    return systemIsEndingProcess != nullptr && systemIsEndingProcess();
 }
 
 VornThread* MakeThreadRecord() noexcept

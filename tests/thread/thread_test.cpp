@@ -765,6 +765,32 @@ VORN_CHILD(EndsWhileTheKeysLockIsHeldByAThreadThatIsGone)
     ExitProcess(7);
 }
 
+namespace {
+
+VornMutex* lockOfTheDead = VORN_MUTEX_INITIALIZER;
+
+// Runs when the other threads are gone and before the modules are told, as the clean-up of a module that uses
+// the library does.
+void NTAPI LockOnTheWayOut(void*)
+{
+    if (VornMutexLock(&lockOfTheDead) != VORN_E_SYSTEM) TerminateProcess(GetCurrentProcess(), 98);
+}
+
+}  // namespace
+
+VORN_CHILD(LocksOnItsWayOutWhatAThreadThatIsGoneHolds)
+{
+    FlsSetValue(FlsAlloc(&LockOnTheWayOut), &lockOfTheDead);
+    Event held;
+    new ForeignThread([&] {
+        VornMutexLock(&lockOfTheDead);
+        held.Set();
+        Sleep(INFINITE);
+    });
+    held.Wait();
+    ExitProcess(7);
+}
+
 VORN_CHILD(EndsInALibraryThread)
 {
     LibraryThread([] { ExitProcess(7); }).Join();
@@ -820,6 +846,11 @@ TEST(ProcessEnd, IsNotHeldUpByLocksOfThreadsThatAreGone)
 {
     EXPECT_EQ(ChildProcess("EndsWhileItsOwnLocksAreHeldByThreadsThatAreGone").Wait(), 7u);
     EXPECT_EQ(ChildProcess("EndsWhileTheKeysLockIsHeldByAThreadThatIsGone").Wait(), 7u);
+}
+
+TEST(ProcessEnd, IsNotHeldUpByAModuleThatLocksOnItsWayOut)
+{
+    EXPECT_EQ(ChildProcess("LocksOnItsWayOutWhatAThreadThatIsGoneHolds").Wait(), 7u);
 }
 
 TEST(ProcessEnd, MayComeFromALibraryThread)
