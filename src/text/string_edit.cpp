@@ -2,6 +2,7 @@
 
 #include <vorn/string.h>
 
+#include "text/unit_copy.h"
 #include "text/units.h"
 
 #include <algorithm>
@@ -33,34 +34,6 @@ wchar_t* EndOf(wchar_t* s) noexcept
         if (s[i] == 0) return s + i;
     }
     return s + 8 + TerminatedLength(s + 8);
-}
-
-template <class Word>
-void CopyEnds(wchar_t* dst, const wchar_t* src, size_t count) noexcept
-{
-    constexpr size_t kUnits = sizeof(Word) / sizeof(wchar_t);
-    Word first;
-    Word last;
-    std::memcpy(&first, src, sizeof first);
-    std::memcpy(&last, src + count - kUnits, sizeof last);
-    std::memcpy(dst, &first, sizeof first);
-    std::memcpy(dst + count - kUnits, &last, sizeof last);
-}
-
-// Short text is what these functions mostly see: two overlapping moves copy it without a loop.
-void CopyUnits(wchar_t* dst, const wchar_t* src, size_t count) noexcept
-{
-    if (count > 16) {
-        std::memcpy(dst, src, count * sizeof(wchar_t));
-    } else if (count >= 8) {
-        CopyEnds<__m128i>(dst, src, count);
-    } else if (count >= 4) {
-        CopyEnds<uint64_t>(dst, src, count);
-    } else if (count >= 2) {
-        CopyEnds<uint32_t>(dst, src, count);
-    } else if (count == 1) {
-        *dst = *src;
-    }
 }
 
 }  // namespace
