@@ -437,7 +437,7 @@ private:
 
     void ConstructFromCodepage(const char* s, uint32_t n);
     void AssignString(const wchar_t* s, uint32_t n);
-    void AppendString(const wchar_t* s, uint32_t n);
+    UniStr& AppendString(const wchar_t* s, uint32_t n);
     void AppendChar(wchar_t c)
     {
         if (Size() + 1 >= capacity_) IncreaseCapacity(32);

@@ -75,17 +75,18 @@ void UniStr::Splice(uint32_t pos, uint32_t count, const wchar_t* s, uint32_t n, 
     CopyUnits(buffer_ + pos, s, n);
 }
 
-void UniStr::AppendString(const wchar_t* s, uint32_t n)
+UniStr& UniStr::AppendString(const wchar_t* s, uint32_t n)
 {
     if (n == 0) n = UnitLength(s);
-    if (n == 0) return;
+    if (n == 0) return *this;
     if (n >= capacity_ - Size()) {
         Splice(Size(), 0, s, n, GrowthStep(n));
-        return;
+        return *this;
     }
     wchar_t* const end = end_;
     MoveUnits(end, s, n);  // s may lie in this buffer and reach to the terminator
     SetEnd(end + n);
+    return *this;
 }
 
 void UniStr::InsertStringAtPosition(uint32_t pos, const wchar_t* s, uint32_t n)
@@ -120,20 +121,17 @@ void UniStr::ReplaceAtPosition(uint32_t pos, uint32_t count, const wchar_t* s, u
 
 UniStr& UniStr::operator+=(const UniStr& other)
 {
-    AppendString(other.buffer_, other.Size());
-    return *this;
+    return AppendString(other.buffer_, other.Size());
 }
 
 UniStr& UniStr::operator+=(const wchar_t* s)
 {
-    AppendString(s, 0);
-    return *this;
+    return AppendString(s, 0);
 }
 
 UniStr& UniStr::Append(const wchar_t* s, uint32_t n)
 {
-    AppendString(s, n);
-    return *this;
+    return AppendString(s, n);
 }
 
 UniStr& UniStr::Append(unistr_iterator_const<wchar_t> first, unistr_iterator_const<wchar_t> last)
