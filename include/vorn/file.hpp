@@ -53,6 +53,7 @@ private:
 };
 
 /// What a search found: a value that describes one entry, or nothing when it is empty. Copies are deep.
+/// Memory exhaustion passes as std::bad_alloc, out of the iterator's functions too, which is at the end then.
 class VORN_API FileFindItem {
 public:
     /// An empty item.
