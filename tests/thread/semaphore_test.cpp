@@ -3,10 +3,15 @@
 #include "thread/sync_support.h"
 
 #include <string>
+#include <unicode/ucnv.h>
 
 using namespace vorn_test;
 
 namespace {
+
+// The name under which the module imports a function of ICU.
+#define NAME_OF(function) #function
+#define IMPORT_NAME(function) NAME_OF(function)
 
 std::string Narrow(const std::wstring& wide)
 {
@@ -381,6 +386,81 @@ TEST_F(NamedSemaphore, ReportsEachFailedAllocationAndLeavesNothingBehind)
                                  }),
               1);
     EXPECT_EQ(watch.Leaks(), "");
+}
+
+TEST_F(NamedSemaphore, WithoutAConverterForItsNameIsNotOpened)
+{
+    VornSemaphore* const untouched = reinterpret_cast<VornSemaphore*>(0x1234);
+    VornSemaphore* semaphore = untouched;
+    // The end of the library's use closes the converters that it keeps.
+    VornTerminate();
+    ASSERT_EQ(VornInitialize(), VORN_OK);
+    const LeakWatch watch;
+    {
+        const ImportRedirect redirect(
+            IMPORT_NAME(ucnv_open), +[](const char*, UErrorCode* status) -> UConverter* {
+                *status = U_FILE_ACCESS_ERROR;
+                return nullptr;
+            });
+        ASSERT_TRUE(redirect.Found());
+        EXPECT_EQ(VornSemaphoreOpen(&semaphore, "name", VORN_SEMAPHORE_CREATE, 0, nullptr),
+                  VORN_E_CONVERSION);
+        // The arguments come first.
+        EXPECT_EQ(VornSemaphoreOpen(&semaphore, "a/b", VORN_SEMAPHORE_CREATE, 0, nullptr),
+                  VORN_E_INVALID_NAME);
+    }
+    EXPECT_EQ(semaphore, untouched);
+    EXPECT_EQ(watch.Leaks(), "");
+}
+
+TEST_F(NamedSemaphore, WhoseNameCannotBeConvertedIsNotOpened)
+{
+    static int callsLeft;
+    static const ImportRedirect* redirect;
+    VornSemaphore* semaphore = nullptr;
+    ASSERT_EQ(VornSemaphoreOpen(&semaphore, FreshName(L"warm").c_str(), VORN_SEMAPHORE_CREATE, 0, nullptr),
+              VORN_OK);
+    ASSERT_EQ(VornSemaphoreClose(&semaphore), VORN_OK);
+    const LeakWatch watch;
+    // Once for the length, once for the text.
+    for (const int nth : {1, 2}) {
+        callsLeft = nth;
+        const ImportRedirect converts(
+            IMPORT_NAME(ucnv_toUChars),
+            +[](UConverter* converter, UChar* out, int32_t capacity, const char* name, int32_t length,
+                UErrorCode* status) -> int32_t {
+                if (--callsLeft == 0) {
+                    *status = U_ILLEGAL_CHAR_FOUND;
+                    return 0;
+                }
+                return redirect->Original<decltype(&ucnv_toUChars)>()(converter, out, capacity, name, length,
+                                                                      status);
+            });
+        ASSERT_TRUE(converts.Found());
+        redirect = &converts;
+        EXPECT_EQ(VornSemaphoreOpen(&semaphore, "name", VORN_SEMAPHORE_CREATE, 0, nullptr),
+                  VORN_E_CONVERSION);
+        EXPECT_EQ(callsLeft, 0);
+        EXPECT_EQ(semaphore, nullptr);
+    }
+    EXPECT_EQ(watch.Leaks(), "");
+}
+
+TEST_F(NamedSemaphore, HasItsNameInTheDefaultCodePage)
+{
+    const std::string before = ucnv_getDefaultName();
+    const std::string stem = FreshName(L"codepage");
+    for (const char* codePage : {"ISO-8859-1", "UTF-8"}) {
+        ucnv_setDefaultName(codePage);
+        const std::string name = stem + (*codePage == 'U' ? "\xC3\xA9" : "\xE9");
+        VornSemaphore* semaphore = nullptr;
+        EXPECT_EQ(VornSemaphoreOpen(&semaphore, name.c_str(), kCreateNew, 0, nullptr), VORN_OK);
+        HANDLE const again = OpenSemaphoreW(SYNCHRONIZE, FALSE, (L"Global\\" + Wide(stem) + L"\xE9").c_str());
+        EXPECT_NE(again, nullptr);
+        CloseHandle(again);
+        EXPECT_EQ(VornSemaphoreClose(&semaphore), VORN_OK);
+    }
+    ucnv_setDefaultName(before.c_str());
 }
 
 // Receives the token on one semaphore and hands it back on another, as often as told.
