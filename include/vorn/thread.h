@@ -106,9 +106,8 @@ VORN_API void VornThreadYield(void);
  * A deferred cancel unwinds by an internal exception: a `catch (...)` must pass it on, and it must not meet a
  * function that is declared noexcept. An asynchronous one runs C++ destructors where the compiler left tables
  * for them at that place, and reaches the thread's start without them where it did not. A thread that is
- * blocked in a system call acts on it when the call returns, and one that is inside a call that works on
- * another thread or on a condition, or in VornThreadOnce outside of its routine, when that call ends or
- * waits. */
+ * blocked in a system call acts on it when the call returns, and one that is inside a call of this header,
+ * the routine of VornThreadOnce apart, or inside a call on a condition, when that call ends or waits. */
 
 #define VORN_CANCEL_ENABLE 0
 #define VORN_CANCEL_DISABLE 1

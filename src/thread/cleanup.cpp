@@ -1,6 +1,7 @@
 #include "thread/cleanup.h"
 
 #include "core/record.h"
+#include "thread/deferred_cancel.h"
 #include "thread/thread_record.h"
 
 #include <utility>
@@ -40,6 +41,34 @@ void RunAndFree(CleanupNode* node) noexcept
     }
 }
 
+void Push(void (*handler)(void*), void* argument) noexcept
+{
+    VornThread* const thread = VornThreadSelf();
+    if (thread == nullptr) return;
+    Record<CleanupNode> node;
+    if (!node) return;
+    node->handler = handler;
+    node->argument = argument;
+    node->next = thread->cleanupStack;
+    thread->cleanupStack = node.Release();
+}
+
+void Dispose(CleanupNode* node, bool execute) noexcept
+{
+    if (execute) {
+        RunAndFree(node);
+    } else {
+        std::free(node);
+    }
+}
+
+void Pop(bool execute) noexcept
+{
+    VornThread* const thread = CurrentThread();
+    if (thread == nullptr || thread->cleanupStack == nullptr) return;
+    Dispose(Unlink(&thread->cleanupStack), execute);
+}
+
 }  // namespace
 
 void* PushCleanup(void (*handler)(void*), size_t contextSize) noexcept
@@ -61,12 +90,7 @@ void RemoveCleanup(void* context, bool execute) noexcept
     if (thread == nullptr) return;
     for (CleanupNode** link = &thread->cleanupStack; *link != nullptr; link = &(*link)->next) {
         if ((*link)->argument != context || !(*link)->contextFollows) continue;
-        CleanupNode* const node = Unlink(link);
-        if (execute) {
-            RunAndFree(node);
-        } else {
-            std::free(node);
-        }
+        Dispose(Unlink(link), execute);
         return;
     }
 }
@@ -88,24 +112,15 @@ using namespace vorn::detail;
 extern "C" void VornThreadCleanupPush(void (*handler)(void*), void* argument)
 {
     if (handler == nullptr) return;
-    VornThread* const thread = VornThreadSelf();
-    if (thread == nullptr) return;
-    Record<CleanupNode> node;
-    if (!node) return;
-    node->handler = handler;
-    node->argument = argument;
-    node->next = thread->cleanupStack;
-    thread->cleanupStack = node.Release();
+    DeferredCancel deferral;
+    Push(handler, argument);
+    deferral.End();
 }
 
 extern "C" void VornThreadCleanupPop(int32_t execute)
 {
-    VornThread* const thread = CurrentThread();
-    if (thread == nullptr || thread->cleanupStack == nullptr) return;
-    CleanupNode* const node = Unlink(&thread->cleanupStack);
-    if (execute != 0) {
-        RunAndFree(node);
-    } else {
-        std::free(node);
-    }
+    // A handler that is off the stack must run: nobody else would run it.
+    DeferredCancel deferral;
+    Pop(execute != 0);
+    deferral.End();
 }

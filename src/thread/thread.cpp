@@ -118,6 +118,45 @@ DWORD WINAPI StartRoutine(void* parameter) noexcept
     return ExitCodeFor(thread->exitValue);
 }
 
+VornStatus Create(VornThread** out, const VornThreadAttr* attr, VornThreadStart function,
+                  void* argument) noexcept
+{
+    if (out == nullptr || function == nullptr) return VORN_E_INVALID_ARG;
+    const VornThreadAttr chosen = attr == nullptr ? VornThreadAttr{THREAD_PRIORITY_NORMAL, 0} : *attr;
+    if (!IsPriority(chosen.priority) || chosen.detached > 1) return VORN_E_INVALID_ARG;
+
+    Record<StartBlock> start;
+    if (!start) return VORN_E_NO_MEMORY;
+    VornThread* const thread = MakeThreadRecord();
+    if (thread == nullptr) return VORN_E_NO_MEMORY;
+    thread->priority = chosen.priority;
+    thread->detached.store(chosen.detached);
+    start->thread = thread;
+    start->function = function;
+    start->argument = argument;
+
+    DWORD threadId = 0;
+    const HANDLE handle = CreateThread(nullptr, 0, &StartRoutine, start.Get(), CREATE_SUSPENDED, &threadId);
+    if (handle == nullptr) {
+        DiscardThreadRecord(thread);
+        return VORN_E_SYSTEM;
+    }
+    thread->handle = handle;
+    thread->threadId.store(threadId);
+    if (chosen.priority != THREAD_PRIORITY_NORMAL) SetThreadPriority(handle, chosen.priority);
+    // The thread may use the caller's variable as soon as it runs, and a detached one may be gone, with its
+    // record, before ResumeThread returns.
+    *out = thread;
+    if (ResumeThread(handle) == static_cast<DWORD>(-1)) {
+        *out = nullptr;
+        TerminateThread(handle, 0);  // it has not run: it holds nothing
+        DiscardThreadRecord(thread);
+        return VORN_E_SYSTEM;
+    }
+    (void)start.Release();
+    return VORN_OK;
+}
+
 VornStatus Detach(VornThread* thread) noexcept
 {
     ThreadUse use(thread);
@@ -178,40 +217,7 @@ using namespace vorn::detail;
 extern "C" VornStatus VornThreadCreate(VornThread** out, const VornThreadAttr* attr, VornThreadStart function,
                                        void* argument)
 {
-    if (out == nullptr || function == nullptr) return VORN_E_INVALID_ARG;
-    const VornThreadAttr chosen = attr == nullptr ? VornThreadAttr{THREAD_PRIORITY_NORMAL, 0} : *attr;
-    if (!IsPriority(chosen.priority) || chosen.detached > 1) return VORN_E_INVALID_ARG;
-
-    Record<StartBlock> start;
-    if (!start) return VORN_E_NO_MEMORY;
-    VornThread* const thread = MakeThreadRecord();
-    if (thread == nullptr) return VORN_E_NO_MEMORY;
-    thread->priority = chosen.priority;
-    thread->detached.store(chosen.detached);
-    start->thread = thread;
-    start->function = function;
-    start->argument = argument;
-
-    DWORD threadId = 0;
-    const HANDLE handle = CreateThread(nullptr, 0, &StartRoutine, start.Get(), CREATE_SUSPENDED, &threadId);
-    if (handle == nullptr) {
-        DiscardThreadRecord(thread);
-        return VORN_E_SYSTEM;
-    }
-    thread->handle = handle;
-    thread->threadId.store(threadId);
-    if (chosen.priority != THREAD_PRIORITY_NORMAL) SetThreadPriority(handle, chosen.priority);
-    // The thread may use the caller's variable as soon as it runs, and a detached one may be gone, with its
-    // record, before ResumeThread returns.
-    *out = thread;
-    if (ResumeThread(handle) == static_cast<DWORD>(-1)) {
-        *out = nullptr;
-        TerminateThread(handle, 0);  // it has not run: it holds nothing
-        DiscardThreadRecord(thread);
-        return VORN_E_SYSTEM;
-    }
-    (void)start.Release();
-    return VORN_OK;
+    return RunDeferred([=] { return Create(out, attr, function, argument); });
 }
 
 extern "C" VornStatus VornThreadDetach(VornThread* thread)

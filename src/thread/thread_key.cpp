@@ -1,6 +1,7 @@
 #include "core/win32.h"
 
 #include "core/record.h"
+#include "thread/deferred_cancel.h"
 #include "thread/thread_data.h"
 #include "thread/thread_lifecycle.h"
 #include "thread/thread_record.h"
@@ -199,6 +200,46 @@ unsigned RunPass(VornThread* thread, unsigned pass) noexcept
     }
 }
 
+VornStatus CreateKey(VornThreadKey** out, void (*destructor)(void*)) noexcept
+{
+    if (out == nullptr) return VORN_E_INVALID_ARG;
+    Record<VornThreadKey> key;
+    if (!key) return VORN_E_NO_MEMORY;
+    key->slot = TlsAlloc();
+    if (key->slot == TLS_OUT_OF_INDEXES) return VORN_E_NO_RESOURCES;
+    if (destructor != nullptr) {
+        key->destructor = destructor;
+        key->lock = VORN_MUTEX_INITIALIZER;
+    }
+    *out = key.Release();
+    return VORN_OK;
+}
+
+VornStatus DeleteKey(VornThreadKey* key) noexcept
+{
+    if (key == nullptr) return VORN_OK;
+    if (key->destructor != nullptr) {
+        RemoveEntriesOf(key);
+        while (key->users.load() != 0 && !ProcessIsEnding()) Sleep(0);
+    }
+    TlsFree(key->slot);
+    if (key->destructor != nullptr) VornMutexDestroy(&key->lock);
+    std::free(key);
+    return VORN_OK;
+}
+
+VornStatus SetValue(VornThreadKey* key, const void* value) noexcept
+{
+    VornThread* const thread = VornThreadSelf();
+    if (thread == nullptr) return VORN_E_NO_MEMORY;
+    if (key == nullptr) return VORN_OK;
+    if (key->destructor != nullptr && value != nullptr) {
+        const VornStatus status = RememberValue(thread, key);
+        if (status != VORN_OK) return status;
+    }
+    return TlsSetValue(key->slot, const_cast<void*>(value)) ? VORN_OK : VORN_E_SYSTEM;
+}
+
 }  // namespace
 
 void RunDataDestructors(VornThread* thread) noexcept
@@ -224,42 +265,17 @@ using namespace vorn::detail;
 
 extern "C" VornStatus VornThreadKeyCreate(VornThreadKey** out, void (*destructor)(void*))
 {
-    if (out == nullptr) return VORN_E_INVALID_ARG;
-    Record<VornThreadKey> key;
-    if (!key) return VORN_E_NO_MEMORY;
-    key->slot = TlsAlloc();
-    if (key->slot == TLS_OUT_OF_INDEXES) return VORN_E_NO_RESOURCES;
-    if (destructor != nullptr) {
-        key->destructor = destructor;
-        key->lock = VORN_MUTEX_INITIALIZER;
-    }
-    *out = key.Release();
-    return VORN_OK;
+    return RunDeferred([=] { return CreateKey(out, destructor); });
 }
 
 extern "C" VornStatus VornThreadKeyDelete(VornThreadKey* key)
 {
-    if (key == nullptr) return VORN_OK;
-    if (key->destructor != nullptr) {
-        RemoveEntriesOf(key);
-        while (key->users.load() != 0 && !ProcessIsEnding()) Sleep(0);
-    }
-    TlsFree(key->slot);
-    if (key->destructor != nullptr) VornMutexDestroy(&key->lock);
-    std::free(key);
-    return VORN_OK;
+    return RunDeferred([=] { return DeleteKey(key); });
 }
 
 extern "C" VornStatus VornThreadSetSpecific(VornThreadKey* key, const void* value)
 {
-    VornThread* const thread = VornThreadSelf();
-    if (thread == nullptr) return VORN_E_NO_MEMORY;
-    if (key == nullptr) return VORN_OK;
-    if (key->destructor != nullptr && value != nullptr) {
-        const VornStatus status = RememberValue(thread, key);
-        if (status != VORN_OK) return status;
-    }
-    return TlsSetValue(key->slot, const_cast<void*>(value)) ? VORN_OK : VORN_E_SYSTEM;
+    return RunDeferred([=] { return SetValue(key, value); });
 }
 
 extern "C" void* VornThreadGetSpecific(VornThreadKey* key)
