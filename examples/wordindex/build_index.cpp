@@ -92,7 +92,8 @@ uint32_t ReportFiles(const WordTable& table)
     uint32_t inPart = 0;
     uint32_t unread = 0;
     for (uint32_t i = 0; const FileEntry* file = table.FileAt(i); ++i) {
-        const wchar_t* name = table.NameOf(*file);
+        const wchar_t* stored = table.NameOf(*file);
+        const wchar_t* name = stored != nullptr ? stored : L"a file without a name";
         switch (file->state) {
             case kFileCounted:
                 ++counted;

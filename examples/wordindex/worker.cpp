@@ -69,8 +69,8 @@ public:
                                : part.result.illFormed ? kFileIllFormed
                                                        : kFileCounted;
             header.filesDone.fetch_add(1);
-            header.kibDone.fetch_add(static_cast<int32_t>(part.file->size / 1024));
         }
+        header.kibDone.fetch_add(static_cast<int32_t>(bytes_ / 1024));
         files_.clear();
         counter_.Clear();
         bytes_ = 0;

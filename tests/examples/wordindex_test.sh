@@ -82,6 +82,13 @@ expect_code 0 'texts without spaces'
 LC_ALL=C sort out | cmp -s - dense.expected || fail 'texts without spaces: other counts'
 [ -s err ] && { fail 'texts without spaces: complaints'; cat err; }
 
+# Many files of less than a KiB come to more than nothing.
+mkdir small-files
+perl -e 'for (1 .. 1200) { open my $o, ">", "small-files/$_"; print $o " " x 1000 }'
+wordindex -o image small-files
+expect_code 0 'small files'
+grep -q '^1,200 files, 1 MiB, 0 words' out || { fail 'small files: their size'; cat out; }
+
 # Bad input: one line each, and everything else is counted.
 cp -r texts bad
 printf 'before\377\376after caf\303 end' >'bad/ill formed.txt'
