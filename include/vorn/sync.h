@@ -180,9 +180,8 @@ typedef struct VornRWLock VornRWLock;
  * Creates a read-write lock and stores it in `*lock`. `shared` must be 0.
  *
  * Returns VORN_OK; VORN_E_NOT_SUPPORTED shared is 1, or VORN_E_INVALID_ARG lock null or any other value of
- * shared
- * (`*lock` unchanged); VORN_E_NO_MEMORY, VORN_E_SYSTEM (`*lock` is 0). Destroy it with VornRWLockDestroy. Any
- * thread may call this.
+ * shared (`*lock` unchanged); VORN_E_NO_MEMORY, VORN_E_SYSTEM (`*lock` is 0). Destroy it with
+ * VornRWLockDestroy. Any thread may call this.
  */
 VORN_API VornStatus VornRWLockCreate(VornRWLock** lock, uint32_t shared);
 

@@ -126,6 +126,51 @@ TEST(HandleRegistry, ThreadsSeeTheirOwnHandlesWhileOthersComeAndGo)
     EXPECT_EQ(mistakes, 0);
 }
 
+TEST(HandleRegistry, SaysNoWhenItsLockCannotBeTakenAndChangesNothing)
+{
+    HandleRegistry registry;
+    ASSERT_TRUE(registry.Register(Handle(0x1000)));
+    registry.GetMutex()->Lock();
+    {
+        const FailingCall fail(kWaitForSingleObject, 1, true);
+        EXPECT_FALSE(registry.Contains(Handle(0x1000)));
+        EXPECT_FALSE(registry.Register(Handle(0x2000)));
+        EXPECT_FALSE(registry.Unregister(Handle(0x1000)));
+        EXPECT_EQ(fail.Failures(), 3);
+    }
+    registry.GetMutex()->Unlock();
+    EXPECT_TRUE(registry.Contains(Handle(0x1000)));
+    EXPECT_FALSE(registry.Contains(Handle(0x2000)));
+}
+
+namespace {
+
+// The lock word of the mutex behind the class, which holds nothing but its table and its handle.
+int32_t LockWord(vorn::Mutex* mutex)
+{
+    const char* const handle = reinterpret_cast<char**>(mutex)[1];
+    return __atomic_load_n(reinterpret_cast<const int32_t*>(handle + 8), __ATOMIC_SEQ_CST);
+}
+
+}  // namespace
+
+TEST(HandleRegistry, AnswersAlsoWhenTheReleaseOfItsLockCannotWakeAnybody)
+{
+    HandleRegistry registry;
+    ASSERT_TRUE(registry.Register(Handle(0x1000)));
+    registry.GetMutex()->Lock();
+    bool known = false;
+    std::thread asking([&] { known = registry.Contains(Handle(0x1000)); });
+    while (LockWord(registry.GetMutex()) != -1) std::this_thread::yield();
+    // The first signal wakes the asking thread, the second is its own.
+    const FailingCall fail(kSetEvent, 2);
+    registry.GetMutex()->Unlock();
+    asking.join();
+    EXPECT_TRUE(known);
+    EXPECT_EQ(fail.Failures(), 1);
+    EXPECT_EQ(LockWord(registry.GetMutex()), 0);
+}
+
 TEST(HandleRegistry, MemoryExhaustionFailsTheRegistrationAndChangesNothing)
 {
     HandleRegistry registry;

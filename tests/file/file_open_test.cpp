@@ -327,6 +327,7 @@ TEST_F(FileOpen, WithoutMemoryForTheRecordTheSystemHandleStaysOpen)
     StoreBytes(Path(L"file"), "text");
     ImportRedirect redirect("CreateFileW", &OpenAndRemember);
     originalCreateFile = redirect.Original<decltype(&CreateFileW)>();
+    int refusals = 0;
     for (const FaultPoint& allocation : kAllocations) {
         FailingCall fail(allocation);
         lastOpened = nullptr;
@@ -336,11 +337,13 @@ TEST_F(FileOpen, WithoutMemoryForTheRecordTheSystemHandleStaysOpen)
             EXPECT_EQ(VornFileClose(file), VORN_OK);
             continue;
         }
+        ++refusals;
         EXPECT_EQ(file, nullptr);
         EXPECT_EQ(VornGetLastError(), VORN_E_NO_MEMORY);
         EXPECT_TRUE(IsOpenHandle(lastOpened));
         CloseHandle(lastOpened);
     }
+    EXPECT_EQ(refusals, 1);
 }
 
 // The registry asks for memory only when it grows: files are opened until it does.
