@@ -21,7 +21,7 @@ public:
     virtual ~Exception();
 
     /// The message, owned by the exception; null when it was made with null or memory ran out.
-    virtual const char* What() const noexcept;
+    virtual const char* What() const;
 
 private:
     char* message_;

@@ -25,9 +25,9 @@ Exception::Exception(const Exception& other) noexcept : message_(CopyMessage(oth
 
 Exception& Exception::operator=(const Exception& other) noexcept
 {
-    if (this == &other) return *this;
+    char* const copy = CopyMessage(other.What());  // first: it may be this message that the other one shows
     std::free(message_);
-    message_ = CopyMessage(other.What());
+    message_ = copy;
     return *this;
 }
 
@@ -37,7 +37,7 @@ Exception::~Exception()
     message_ = nullptr;
 }
 
-const char* Exception::What() const noexcept
+const char* Exception::What() const
 {
     return message_;
 }

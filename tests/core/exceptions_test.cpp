@@ -105,6 +105,31 @@ TEST(Exceptions, CopiesHaveTheirOwnText)
     EXPECT_NE(copy.What(), error.What());
 }
 
+namespace {
+
+// A client's exception, which words its message itself.
+class Worded : public RuntimeError {
+public:
+    const char* What() const override { return "in its own words"; }
+};
+
+}  // namespace
+
+TEST(Exceptions, CopiesAndAssignmentsTakeWhatTheSourceSays)
+{
+    const Worded source;
+    const Exception copy(source);
+    EXPECT_STREQ(copy.What(), "in its own words");
+    RuntimeError target("old");
+    target = source;
+    EXPECT_STREQ(target.What(), "in its own words");
+    try {
+        throw Worded();
+    } catch (const Exception& error) {
+        EXPECT_STREQ(error.What(), "in its own words");
+    }
+}
+
 TEST(Exceptions, AssignmentReplacesTheMessageWithACopy)
 {
     BadAlloc target("old");
