@@ -231,7 +231,13 @@ void PrepareCancelUnwind(CancelUnwind* unwind, const void* address) noexcept
     DWORD64 base = 0;
     PRUNTIME_FUNCTION const function = RtlLookupFunctionEntry(place, &base, nullptr);
     unwind->startRegion = function == nullptr ? place : base + function->BeginAddress;
-    unwind->runtime = reinterpret_cast<RuntimeState*>(abi::__cxa_get_globals());
+    unwind->runtime = nullptr;
+}
+
+void PrepareToBeDiverted(VornThread* thread) noexcept
+{
+    if (thread == nullptr || thread->unwind == nullptr || thread->unwind->runtime != nullptr) return;
+    thread->unwind->runtime = reinterpret_cast<RuntimeState*>(abi::__cxa_get_globals());
 }
 
 // Between suspending and resuming nothing is called that could need a lock: the thread may hold any.

@@ -52,11 +52,15 @@ struct CancelUnwind {
     uintptr_t startRegion;  // the function that has this structure in its frame
     uintptr_t barrier;      // return address into the next barrier's frame; 0: none before the start routine
     CancelException exception;
-    RuntimeState* runtime;
+    RuntimeState* runtime;  // null until the thread is asynchronous for the first time
 };
 
 // Makes `unwind` ready for the function that contains `address`. The caller then fills `escape`.
 void PrepareCancelUnwind(CancelUnwind* unwind, const void* address) noexcept;
+
+// What a thread has to do itself before it becomes asynchronous: the runtime allocates its state on first
+// use, which a diverted thread could not do. Null is allowed.
+void PrepareToBeDiverted(VornThread* thread) noexcept;
 
 // Diverts a thread other than the caller's to end itself. VORN_E_SYSTEM when the system refuses (nothing
 // changed); VORN_E_BUSY when its start function has ended meanwhile. The caller holds the state lock, has

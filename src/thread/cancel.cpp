@@ -130,6 +130,7 @@ extern "C" VornStatus VornThreadSetCancelState(int32_t state, uint32_t* oldState
 
 extern "C" VornStatus VornThreadSetCancelType(int32_t type, uint32_t* oldType)
 {
+    if (type == VORN_CANCEL_ASYNCHRONOUS) PrepareToBeDiverted(CurrentThread());
     return SetCancelField(&VornThread::cancelType, type, oldType);
 }
 

@@ -89,6 +89,7 @@ void FinishWithUnknownException(VornThread* thread) noexcept
     }
     // A canceller that has suspended the thread looks at this before it diverts it.
     thread->ending.store(true);
+    thread->unwind = nullptr;
 }
 
 // An exception that passes RunStartFunction ends here, where std::terminate runs with the host's handler.

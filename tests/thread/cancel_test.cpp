@@ -288,6 +288,23 @@ TEST(CancelSettings, RejectOtherValues)
     }
 }
 
+TEST(CancelSettings, MayBeChangedInACleanupHandler)
+{
+    VornStatus status = VORN_E_UNKNOWN;
+    LibraryThread thread([&] {
+        VornThreadCleanupPush(
+            [](void* p) {
+                *static_cast<VornStatus*>(p) = VornThreadSetCancelType(VORN_CANCEL_ASYNCHRONOUS, nullptr);
+            },
+            &status);
+        EXPECT_NE(VornThreadSelf()->unwind, nullptr);
+    });
+    ASSERT_TRUE(WaitBounded(thread.Thread()->handle));
+    EXPECT_EQ(status, VORN_OK);
+    // What it would be unwound to went with its stack.
+    EXPECT_EQ(thread.Thread()->unwind, nullptr);
+}
+
 TEST(CancelSettings, GiveTheValueBefore)
 {
     LibraryThread([] {
