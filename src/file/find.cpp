@@ -27,11 +27,6 @@ size_t LastBackslash(const wchar_t* text) noexcept
     return kNoBackslash;
 }
 
-const wchar_t* CurrentName(const VornFileFind* find) noexcept
-{
-    return find->search != nullptr ? find->data.cFileName : find->currentStream->name;
-}
-
 bool IsExistingFile(const wchar_t* path) noexcept
 {
     const DWORD attributes = GetFileAttributesW(path);

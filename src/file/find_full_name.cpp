@@ -65,8 +65,7 @@ bool StoreFullName(VornFileFind* find, const wchar_t* text) noexcept
 extern "C" VornStatus VornFileFindGetFullName(VornFileFind* find, const wchar_t** fullName)
 {
     if (fullName == nullptr || !FileSearches().Contains(find)) return VORN_E_INVALID_ARG;
-    const wchar_t* name = find->search != nullptr ? find->data.cFileName : find->currentStream->name;
-    const EntryPath path(find->prefix != nullptr ? find->prefix : L"", name);
+    const EntryPath path(find->prefix != nullptr ? find->prefix : L"", CurrentName(find));
     if (path.Text() == nullptr) return VORN_E_NO_MEMORY;
 
     // Asked for each time: the library may have been terminated since, and the module freed.

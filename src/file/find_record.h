@@ -29,6 +29,12 @@ struct VornFileFind {
 
 namespace vorn::detail {
 
+// The name of the entry at hand; it belongs to the record and changes with the next step.
+inline const wchar_t* CurrentName(const VornFileFind* find) noexcept
+{
+    return find->search != nullptr ? find->data.cFileName : find->currentStream->name;
+}
+
 // Frees what the record owns and forgets it, the record itself excepted; may run a second time. False when
 // ending the system's search faulted: it then stays in the record.
 bool ReleaseSearchContents(VornFileFind* find) noexcept;

@@ -17,26 +17,38 @@ namespace {
 
 constexpr UINT kKilledExitCode = 0xB5B5B5B5;
 
-// Opens the process of a record that keeps no handle of its own. Whoever waits on what it opens asks for
-// SYNCHRONIZE besides the right to do the rest.
-HANDLE OpenById(const VornPPid* ppid, DWORD rights) noexcept
-{
-    return OpenProcess(rights, FALSE, ppid->pid);
-}
+// The process of a record: through the record's own handle, or through one opened by its id.
+class ProcessAccess {
+public:
+    // Whoever waits asks for SYNCHRONIZE besides the right to do the rest.
+    ProcessAccess(const VornPPid* ppid, DWORD rights) noexcept
+        : opened_(ppid->owned != 0 ? nullptr : OpenProcess(rights, FALSE, ppid->pid)),
+          refused_(ppid->owned == 0 && !opened_),
+          status_(refused_ ? StatusFromSystemError(GetLastError()) : VORN_OK),
+          handle_(opened_ ? opened_.Get() : ppid->process)
+    {}
+
+    // The process had to be opened and could not be.
+    bool Refused() const noexcept { return refused_; }
+    // Why; VORN_OK also when the system gave no error.
+    VornStatus Status() const noexcept { return status_; }
+    HANDLE Get() const noexcept { return handle_; }
+
+private:
+    KernelHandle opened_;
+    bool refused_;
+    VornStatus status_;
+    HANDLE handle_;
+};
 
 // Asks the system for the exit code and notes it. VORN_OK: the record has it.
 VornStatus NoteExitCode(VornPPid* ppid) noexcept
 {
-    const KernelHandle opened(ppid->owned != 0 ? nullptr
-                                               : OpenById(ppid, PROCESS_QUERY_INFORMATION | SYNCHRONIZE));
-    if (ppid->owned == 0 && !opened) {
-        const VornStatus status = StatusFromSystemError(GetLastError());
-        if (status != VORN_OK) return status;
-    }
-    const HANDLE process = ppid->owned != 0 ? ppid->process : opened.Get();
-    if (WaitForSingleObject(process, 0) == WAIT_TIMEOUT) return VORN_E_BAD_STATE;
+    const ProcessAccess process(ppid, PROCESS_QUERY_INFORMATION | SYNCHRONIZE);
+    if (process.Status() != VORN_OK) return process.Status();
+    if (WaitForSingleObject(process.Get(), 0) == WAIT_TIMEOUT) return VORN_E_BAD_STATE;
     DWORD exitCode = 0;
-    if (!GetExitCodeProcess(process, &exitCode)) return VORN_E_BAD_STATE;
+    if (!GetExitCodeProcess(process.Get(), &exitCode)) return VORN_E_BAD_STATE;
     ppid->exitCode.store(exitCode, std::memory_order_relaxed);
     ppid->exited.store(1, std::memory_order_release);
     return VORN_OK;
@@ -58,24 +70,20 @@ extern "C" VornStatus VornProcGetExitCode(VornPPid* ppid, uint32_t* code)
 extern "C" VornStatus VornProcWaitForTerm(VornPPid* ppid, uint32_t timeout)
 {
     if (!Processes().Contains(ppid) || ppid->pid == 0) return VORN_E_INVALID_ARG;
-    const KernelHandle opened(ppid->owned != 0 ? nullptr : OpenById(ppid, SYNCHRONIZE));
-    if (ppid->owned == 0 && !opened) {
-        const VornStatus status = StatusFromSystemError(GetLastError());
-        if (status != VORN_OK) return status;
-    }
-    const HANDLE process = opened ? opened.Get() : ppid->process;
+    const ProcessAccess process(ppid, SYNCHRONIZE);
+    if (process.Status() != VORN_OK) return process.Status();
     // Deliberate: a wait that fails counts as the end, which is also how a record without a handle answers.
-    return WaitForSingleObject(process, timeout) == WAIT_TIMEOUT ? VORN_E_BAD_STATE : VORN_OK;
+    return WaitForSingleObject(process.Get(), timeout) == WAIT_TIMEOUT ? VORN_E_BAD_STATE : VORN_OK;
 }
 
 extern "C" VornStatus VornProcKill(VornPPid* ppid)
 {
     if (!Processes().Contains(ppid)) return VORN_E_INVALID_ARG;
-    const KernelHandle opened(ppid->owned != 0 ? nullptr : OpenById(ppid, PROCESS_TERMINATE | SYNCHRONIZE));
-    if (ppid->owned == 0 && !opened) return VORN_E_NOT_PERMITTED;
-    const HANDLE process = ppid->owned != 0 ? ppid->process : opened.Get();
-    if (!TerminateProcess(process, kKilledExitCode)) return StatusFromSystemError(GetLastError());
-    WaitForSingleObject(process, INFINITE);
+    const ProcessAccess process(ppid, PROCESS_TERMINATE | SYNCHRONIZE);
+    // Deliberate: one status for every reason.
+    if (process.Refused()) return VORN_E_NOT_PERMITTED;
+    if (!TerminateProcess(process.Get(), kKilledExitCode)) return StatusFromSystemError(GetLastError());
+    WaitForSingleObject(process.Get(), INFINITE);
     return VORN_OK;
 }
 

@@ -382,6 +382,17 @@ TEST_F(ProcCreate, KeepsTheHandleOfAProcessItWaitedFor)
     EXPECT_EQ(close.Calls(), 1);
 }
 
+TEST_F(ProcCreate, CannotKillAProcessItWaitedFor)
+{
+    VornPPid* ppid = StartChild(L"ReturnsItsArgument", L"3", 1);
+    ASSERT_NE(ppid, nullptr);
+    EXPECT_EQ(VornProcKill(ppid), VORN_E_UNKNOWN);  // the record has no handle any more
+    uint32_t code = 0;
+    EXPECT_EQ(VornProcGetExitCode(ppid, &code), VORN_OK);
+    EXPECT_EQ(code, 3u);
+    EXPECT_EQ(VornProcFreePPid(ppid), VORN_OK);
+}
+
 TEST_F(ProcCreate, CountsAProcessItWaitedForAsEndedWhateverTheSystemAnswers)
 {
     VornPPid* ppid = nullptr;
