@@ -86,7 +86,8 @@ struct TreeTotals {
 
 // Looks at the nodes from the root down, a few at a time: while one is looked at, the next ones are on their
 // way from memory, for in a large heap each node is a cache miss. What is still to be visited stands on a
-// short stack; a tree that needs a longer one is not balanced, and the walk gives up: see ThinTreeWalk.
+// stack. It grows by at most kComing for each level of the tree, so that 40 levels fit; the walk gives up on
+// a tree that needs more: see ThinTreeWalk.
 class WideTreeWalk {
 public:
     explicit WideTreeWalk(const HeapArea& area) noexcept : area_(area) {}
@@ -119,7 +120,7 @@ private:
         uint32_t parentColour;
     };
     static constexpr unsigned kComing = 16;
-    static constexpr unsigned kStack = 256;
+    static constexpr unsigned kStack = 640;
 
     void Fail(HeapFault fault, uint64_t offset) noexcept
     {
@@ -193,7 +194,6 @@ public:
                 if (!Visit(block)) return verdict_;
                 const uint64_t right = area_.Node(block).child[kRight];
                 if (right != kNilNode) {
-                    if (right == area_.Node(block).child[kLeft]) Fail(HeapFault::kTreeLink, block);
                     if (!Enter(right, block, area_.Node(block).colour)) return verdict_;
                     block = right;
                     break;
@@ -221,7 +221,7 @@ private:
         return verdict_;
     }
 
-    // Steps down to `block`; its position, its parent link and its colour are looked at here.
+    // Steps down to `block`; its position, its links and its colour are looked at here.
     bool Enter(uint64_t block, uint64_t parent, uint32_t parentColour) noexcept
     {
         if (!area_.HoldsNode(block)) {
@@ -230,7 +230,12 @@ private:
         }
         const TreeNode& node = area_.Node(block);
         const uint32_t colour = node.colour;
-        if (node.parent != parent || ++nodes_ > area_.MostNodes()) Fail(HeapFault::kTreeLink, block);
+        const uint64_t left = node.child[kLeft];
+        // One block as both children would make the way up from the left look like that from the right.
+        const bool twice = left != kNilNode && left == node.child[kRight];
+        if (node.parent != parent || twice || ++nodes_ > area_.MostNodes()) {
+            Fail(HeapFault::kTreeLink, block);
+        }
         if (colour > kRed || (colour == kRed && parentColour == kRed)) Fail(HeapFault::kTreeColour, block);
         ++depth_;
         return verdict_.fault == HeapFault::kNone;

@@ -351,11 +351,13 @@ TEST_F(HeapBlocks, AVeryDeepTreeIsCheckedWithoutRecursion)
     EXPECT_NE(area.Allocate(10), 0u);
 }
 
-TEST_F(HeapBlocks, AVeryDeepTreeWithLeavesOnTheWayIsCheckedToTheEnd)
+TEST_F(HeapBlocks, AVeryDeepTreeWithBranchesOnTheWayIsCheckedToTheEnd)
 {
-    // A chain of left children, each with a leaf to its right; all blocks of one size, so that any order is
-    // right.
-    const uint64_t count = 20001;
+    // A spine of left children. To the right of each hangs a chain of right children, long ones at first, so
+    // that ever more of them have been begun on the way down. All blocks have one size: any order is right.
+    const uint64_t spine = 2000;
+    const uint64_t longChains = 20;
+    const uint64_t count = spine + longChains * spine + (spine - longChains);
     const uint64_t blockSize = 96;
     const uint64_t total = 168 + count * 2 * blockSize + 32;
     TestArea area(total);
@@ -372,23 +374,44 @@ TEST_F(HeapBlocks, AVeryDeepTreeWithLeavesOnTheWayIsCheckedToTheEnd)
         previous = block;
     }
     Write64(bytes, total - 32 + 8, previous | 1);
-    for (uint64_t i = 0; i < count; ++i) {
-        const uint64_t node = freeBlock(i);
-        const bool hasChildren = i % 2 == 0 && i + 2 < count;
-        Write64(bytes, node + 32, i == 0 ? 0 : freeBlock(i % 2 == 0 ? i - 2 : i - 1));
-        Write64(bytes, node + 40, hasChildren ? freeBlock(i + 2) : 72);
-        Write64(bytes, node + 48, hasChildren ? freeBlock(i + 1) : 72);
+    const auto hang = [&](uint64_t node, uint64_t parent, uint64_t left, uint64_t right) {
+        Write64(bytes, node + 32, parent);
+        Write64(bytes, node + 40, left);
+        Write64(bytes, node + 48, right);
         Write32(bytes, node + 56, 0);
+    };
+    uint64_t link = spine;  // the next free block that is no part of a chain yet
+    for (uint64_t i = 0; i < spine; ++i) {
+        const uint64_t node = freeBlock(i);
+        hang(node, i == 0 ? 0 : freeBlock(i - 1), i + 1 < spine ? freeBlock(i + 1) : 72, freeBlock(link));
+        uint64_t parent = node;
+        for (uint64_t left = i < longChains ? spine : 1; left != 0; --left, ++link) {
+            hang(freeBlock(link), parent, 72, left > 1 ? freeBlock(link + 1) : 72);
+            parent = freeBlock(link);
+        }
     }
+    ASSERT_EQ(link, count);
     EXPECT_EQ(CheckHeap(area.Area()).fault, HeapFault::kNone);
     uint64_t sum = 0;
     EXPECT_EQ(SumFreeTree(area.Area(), &sum).fault, HeapFault::kNone);
     EXPECT_EQ(sum, count * blockSize);
 
-    Write32(bytes, freeBlock(count - 1) + 56, 2);  // the colour of the deepest node
+    // The end of the spine, the node above it, and that one's only other child.
+    const uint64_t deepest = freeBlock(spine - 1);
+    const uint64_t above = freeBlock(spine - 2);
+    const uint64_t leaf = freeBlock(count - 2);
+    ASSERT_EQ(Read64(bytes, above + 48), leaf);
+    Write32(bytes, deepest + 56, 2);
     EXPECT_EQ(CheckHeap(area.Area()).fault, HeapFault::kTreeColour);
-    EXPECT_EQ(CheckHeap(area.Area()).offset, freeBlock(count - 1));
-    Write32(bytes, freeBlock(count - 1) + 56, 0);
-    Write64(bytes, freeBlock(count - 1) + 40, freeBlock(0));  // and a ring
+    EXPECT_EQ(CheckHeap(area.Area()).offset, deepest);
+    Write32(bytes, deepest + 56, 0);
+    Write64(bytes, deepest + 40, freeBlock(0));  // a ring
     EXPECT_EQ(CheckHeap(area.Area()).fault, HeapFault::kTreeLink);
+    Write64(bytes, deepest + 40, 72);
+    Write64(bytes, above + 48, deepest);  // both children of one node
+    EXPECT_EQ(SumFreeTree(area.Area(), &sum).fault, HeapFault::kTreeLink);
+    Write64(bytes, above + 48, leaf);
+    Write64(bytes, leaf, leaf + 64);  // smaller than its parent
+    EXPECT_EQ(SumFreeTree(area.Area(), &sum).fault, HeapFault::kTreeOrder);
+    EXPECT_EQ(SumFreeTree(area.Area(), &sum).offset, leaf);
 }

@@ -223,6 +223,67 @@ TEST(HeapImage, ATargetWithoutANameReleasesTheImagesNameBlock)
     EXPECT_EQ(ReleaseBlock(target.Area(), kept), VORN_OK);
 }
 
+TEST(HeapImage, AFileThatIsLongerThanItsImageStillJoinsTheEnd)
+{
+    // What lies behind the image goes where the target's end block was.
+    TestArea source(4096);
+    source.Allocate(100);
+    for (uint64_t extra : {2, 40, 64, 200}) {
+        std::vector<uint8_t> image = ImageOf(source);
+        image.resize(4096 + extra, 0xEE);
+        TestArea target(4096 + extra);
+        ASSERT_EQ(Load(target.Area(), image), VORN_OK);
+        EXPECT_EQ(target.Look().problem, "") << extra;
+    }
+}
+
+TEST(HeapImage, TheFreeBlockAtTheImagesEndHasNoRequestedSizeWhateverTheEndBlockSays)
+{
+    TestArea source(4096);
+    source.Allocate(100);
+    Write64(source.Bytes(), 4064 + 24, 5);
+    TestArea target(8192);
+    ASSERT_EQ(Load(target.Area(), ImageOf(source)), VORN_OK);
+    EXPECT_EQ(target.Look().problem, "");
+}
+
+TEST(HeapImage, ADamagedEndOfAnImageIsNotJoined)
+{
+    TestArea source(4096);
+    const uint64_t last = source.Allocate(100) - 32;
+    const std::vector<uint8_t> sound = ImageOf(source);
+    TestArea target(8192);
+    const auto expectRefused = [&](uint64_t offset) {
+        std::vector<uint8_t> image = sound;
+        image[offset] ^= 0x40;
+        EXPECT_EQ(Load(target.Area(), image), VORN_E_HEAP_CORRUPT) << offset;
+    };
+    expectRefused(8);          // total size
+    expectRefused(last);       // next-link of the last block
+    expectRefused(4064);       // next-link of the end block
+    expectRefused(4064 + 8);   // prev-link
+    expectRefused(4064 + 16);  // guard
+    EXPECT_EQ(Load(target.Area(), sound), VORN_OK);
+    EXPECT_EQ(target.Look().problem, "");
+}
+
+TEST(HeapImage, ANameAsLongAsTheImagesStaysWhereTheImagesWas)
+{
+    TestArea source(4096);
+    const uint64_t hole = source.Allocate(14);  // an allocation would take it, not the block that was freed
+    source.Allocate(14);
+    const uint64_t block = GiveName(source, "name of image");
+    source.Allocate(14);
+    ASSERT_EQ(ReleaseBlock(source.Area(), hole), VORN_OK);
+    TestArea target(4096);
+    GiveName(target, "of the target");
+    Write64(target.Bytes(), 64, Read64(source.Bytes(), 64));
+    ASSERT_EQ(Load(target.Area(), ImageOf(source)), VORN_OK);
+    EXPECT_EQ(Read64(target.Bytes(), 56), block);
+    EXPECT_EQ(NameOf(target), "of the target");
+    EXPECT_EQ(target.Look().problem, "");
+}
+
 TEST(HeapImage, AShorterNameOfTheTargetGoesIntoTheImagesNameBlock)
 {
     TestArea source(4096);
