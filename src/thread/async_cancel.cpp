@@ -250,7 +250,7 @@ VornStatus DivertToCancellation(VornThread* thread) noexcept
     // The system stops the thread in its own time. Only once its context has been read does it stand still,
     // and only then does what it says of itself hold.
     if (GetThreadContext(thread->handle, &place)) {
-        if (thread->ending.load()) {
+        if (thread->uncancellable.load()) {
             status = VORN_E_BUSY;
         } else if (Redirect(thread, &place)) {
             BeginCancellationLocked(thread);

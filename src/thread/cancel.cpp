@@ -11,7 +11,7 @@ namespace vorn::detail {
 bool CancellationEnabled(const VornThread* thread) noexcept
 {
     return thread->cancelState.load(std::memory_order_relaxed) == VORN_CANCEL_ENABLE &&
-           !thread->ending.load(std::memory_order_relaxed);
+           !thread->uncancellable.load(std::memory_order_relaxed);
 }
 
 void BeginCancellationLocked(VornThread* thread) noexcept

@@ -12,7 +12,8 @@
 namespace vorn::detail {
 
 // Whether the calling thread, whose record this is, may act on a request now. Never after its start function:
-// a cleanup handler that enables cancellation again would unwind a stack that is gone.
+// a cleanup handler that enables cancellation again would unwind a stack that is gone. Nor before it, where
+// another module uses the library as the thread comes up.
 bool CancellationEnabled(const VornThread* thread) noexcept;
 
 // Marks the thread as being cancelled. The caller holds the state lock, or is the only one left to take it.

@@ -55,7 +55,7 @@ void DiscardThreadRecord(VornThread* thread) noexcept
 // process may end without telling the module that the thread did.
 void FinishWithUnknownException(VornThread* thread) noexcept
 {
-    thread->ending.store(true);
+    thread->uncancellable.store(true);
     thread->exitValue = kCancelledValue;
     const bool locked = VornMutexLock(&thread->listLock) == VORN_OK;
     thread->state.store(kStateUnknownException);
@@ -74,6 +74,7 @@ void FinishWithUnknownException(VornThread* thread) noexcept
     PrepareCancelUnwind(&unwind, reinterpret_cast<const void*>(&RunStartFunction));
     if (_setjmp(unwind.escape, nullptr) == 0) {
         thread->unwind = &unwind;
+        thread->uncancellable.store(false);
         try {
             thread->exitValue = function(argument);
         } catch (const ThreadExceptionCancel&) {
@@ -88,7 +89,7 @@ void FinishWithUnknownException(VornThread* thread) noexcept
         thread->exitValue = kCancelledValue;
     }
     // A canceller that has suspended the thread looks at this before it diverts it.
-    thread->ending.store(true);
+    thread->uncancellable.store(true);
     thread->unwind = nullptr;
 }
 
@@ -132,6 +133,7 @@ VornStatus Create(VornThread** out, const VornThreadAttr* attr, VornThreadStart 
     if (thread == nullptr) return VORN_E_NO_MEMORY;
     thread->priority = chosen.priority;
     thread->detached.store(chosen.detached);
+    thread->uncancellable.store(true);
     start->thread = thread;
     start->function = function;
     start->argument = argument;

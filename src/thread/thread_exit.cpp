@@ -47,7 +47,7 @@ void RunThreadExitCleanup() noexcept
 {
     VornThread* const thread = CurrentThread();
     if (thread == nullptr) return;
-    thread->ending.store(true);
+    thread->uncancellable.store(true);
     RunCleanupHandlers(thread);
     RunDataDestructors(thread);
     if (FinishThread(thread)) TlsSetValue(selfKey->slot, nullptr);

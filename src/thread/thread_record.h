@@ -51,7 +51,8 @@ struct VornThread {
     vorn::detail::DataEntry* dataCursor;
     // Behind the stated fields:
     uint32_t users;  // callers that work on the record for another thread; guarded by the thread registry
-    std::atomic<bool> ending;  // the start function has returned: nothing is left to cancel
+    // Before and after the start function: a cancellation would have nothing to end there, or nowhere to go.
+    std::atomic<bool> uncancellable;
     vorn::detail::CancelUnwind*
         unwind;  // where an asynchronous cancel leaves to; null outside the start function
 };

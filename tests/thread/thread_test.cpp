@@ -503,6 +503,37 @@ TEST(ThreadSelf, GivesAThreadOfTheLibraryItsRecordAlsoBeforeItsStartRoutine)
     EXPECT_EQ(watch.Leaks(), "");
 }
 
+TEST(ThreadSelf, IsNotCancelledBeforeItsStartRoutine)
+{
+    VornThreadSelf();
+    for (const int32_t type : {VORN_CANCEL_DEFERRED, VORN_CANCEL_ASYNCHRONOUS}) {
+        static int32_t cancelType;
+        cancelType = type;
+        onThreadAttach = [] {
+            EXPECT_EQ(VornThreadSetCancelType(cancelType, nullptr), VORN_OK);
+            EXPECT_EQ(VornThreadCancel(VornThreadSelf()), VORN_OK);
+            VornThreadTestCancel();
+            EXPECT_EQ(VornThreadSetCancelType(VORN_CANCEL_DEFERRED, nullptr), VORN_OK);
+        };
+        VornThread* thread = nullptr;
+        bool started = false;
+        EXPECT_EQ(VornThreadCreate(
+                      &thread, nullptr,
+                      [](void* argument) -> void* {
+                          *static_cast<bool*>(argument) = true;
+                          VornThreadTestCancel();
+                          return nullptr;
+                      },
+                      &started),
+                  VORN_OK);
+        void* value = nullptr;
+        EXPECT_EQ(VornThreadJoin(thread, &value), VORN_OK);
+        onThreadAttach = nullptr;
+        EXPECT_TRUE(started);
+        EXPECT_EQ(value, kAllOnes);
+    }
+}
+
 TEST(ThreadSelf, FreesAnAdoptedRecordWhenTheThreadEnds)
 {
     VornThreadSelf();
