@@ -243,6 +243,7 @@ void PrepareToBeDiverted(VornThread* thread) noexcept
 // Between suspending and resuming nothing is called that could need a lock: the thread may hold any.
 VornStatus DivertToCancellation(VornThread* thread) noexcept
 {
+    if (!HandleNamesThread(thread)) return VORN_E_SYSTEM;
     if (SuspendThread(thread->handle) == static_cast<DWORD>(-1)) return VORN_E_SYSTEM;
     VornStatus status = VORN_E_SYSTEM;
     CONTEXT place;

@@ -206,7 +206,7 @@ VornStatus SetPriority(VornThread* thread, int32_t priority) noexcept
 {
     const ThreadUse use(thread);
     if (!use) return VORN_E_INVALID_ARG;
-    if (!SetThreadPriority(thread->handle, priority)) return VORN_E_SYSTEM;
+    if (!HandleNamesThread(thread) || !SetThreadPriority(thread->handle, priority)) return VORN_E_SYSTEM;
     thread->priority = priority;
     return VORN_OK;
 }

@@ -82,6 +82,13 @@ inline VornThread* CurrentThread() noexcept
     return key == nullptr ? nullptr : static_cast<VornThread*>(ReadTlsSlot(key->slot));
 }
 
+// Whether the record's handle names the thread for the caller. One that could not be duplicated stands for
+// whichever thread uses it.
+inline bool HandleNamesThread(const VornThread* thread) noexcept
+{
+    return thread->handle != GetCurrentThread() || thread == CurrentThread();
+}
+
 // Makes a record as every thread starts with it, with its cancel event, and registers it. Null when memory
 // or the event cannot be had.
 VornThread* MakeThreadRecord() noexcept;

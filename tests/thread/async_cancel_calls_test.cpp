@@ -5,6 +5,7 @@
 #include "core/win32.h"
 
 #include "async_case.h"
+#include "support/failing_call.h"
 #include "support/import_redirect.h"
 #include "thread/mutex_record.h"
 #include "thread/thread_runner.h"
@@ -289,4 +290,34 @@ TEST(AsyncCancelInACall, OfAThreadWhoseStartFunctionEndsBeforeTheSystemStopsItIs
     EXPECT_EQ(VornThreadCancel(target.Thread()), VORN_OK);
     handlerMayEnd.Set();
     EXPECT_EQ(target.Join(), kNotCancelled);
+}
+
+TEST(AsyncCancelAdopted, OfAThreadThatHasNoHandleOfItsOwnIsRefused)
+{
+    // Its record holds the handle that stands for whichever thread uses it: the caller must not stop itself.
+    const FailingCall fail({"DuplicateHandle", 0, kGenericFailure});
+    Event there;
+    std::atomic<bool> end{false};
+    std::atomic<VornThread*> record{nullptr};
+    ForeignThread target([&] {
+        record = VornThreadSelf();
+        VornThreadSetCancelType(VORN_CANCEL_ASYNCHRONOUS, nullptr);
+        there.Set();
+        while (!end) YieldProcessor();
+    });
+    ASSERT_TRUE(there.Wait());
+    ASSERT_EQ(record.load()->handle, GetCurrentThread());
+    VornStatus status = VORN_E_UNKNOWN;
+    Event returned;
+    ForeignThread canceller([&] {
+        status = VornThreadCancel(record);
+        returned.Set();
+    });
+    EXPECT_TRUE(returned.Wait());
+    if (!returned.IsSet()) ResumeThread(canceller.Handle());
+    EXPECT_EQ(canceller.Join(), 0u);
+    EXPECT_EQ(status, VORN_E_SYSTEM);
+    EXPECT_EQ(record.load()->state.load(), 0);
+    end = true;
+    EXPECT_EQ(target.Join(), 0u);
 }

@@ -420,6 +420,28 @@ TEST(ThreadSelf, StoresThePseudoHandleWhenTheHandleCannotBeDuplicated)
     }).Wait();
 }
 
+TEST(ThreadSetPriority, OfAThreadWithThePseudoHandleIsForThatThreadAlone)
+{
+    Event adopted;
+    Event end;
+    std::atomic<VornThread*> record{nullptr};
+    const FailingCall fail({"DuplicateHandle", 0, kGenericFailure});
+    ForeignThread thread([&] {
+        record = VornThreadSelf();
+        EXPECT_EQ(VornThreadSetPriority(record, 1), VORN_OK);
+        EXPECT_EQ(GetThreadPriority(GetCurrentThread()), 1);
+        adopted.Set();
+        end.Wait();
+    });
+    ASSERT_TRUE(adopted.Wait());
+    const int own = GetThreadPriority(GetCurrentThread());
+    EXPECT_EQ(VornThreadSetPriority(record, -1), VORN_E_SYSTEM);
+    EXPECT_EQ(GetThreadPriority(GetCurrentThread()), own);
+    EXPECT_EQ(FieldAt<int32_t>(record.load(), kPriority), 1);
+    end.Set();
+    thread.Join();
+}
+
 TEST(ThreadSelf, IsNullWhenTheAdoptionFails)
 {
     VornThreadSelf();
