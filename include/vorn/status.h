@@ -56,8 +56,8 @@ VORN_API void VornSetLastError(VornStatus status);
 /**
  * Returns the status last stored by the calling thread: 0 if nothing was stored since the thread started,
  * and 0 before VornInitialize has succeeded. Functions that return a handle, a pointer or a count store
- * their outcome here on every path, 0 on success, unless their own comment says otherwise.
- * Any thread may call this.
+ * their outcome here on every path, 0 on success, unless their own comment says otherwise. Leaves the
+ * system's error alone. Any thread may call this.
  */
 VORN_API VornStatus VornGetLastError(void);
 

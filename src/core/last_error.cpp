@@ -2,7 +2,11 @@
 
 #include "core/win32.h"
 
+#include "thread/tls_slot.h"
+
 #include <atomic>
+
+using vorn::detail::ReadTlsSlot;
 
 namespace {
 
@@ -39,5 +43,5 @@ extern "C" VornStatus VornGetLastError(void)
 {
     const DWORD index = slot.load(std::memory_order_acquire);
     if (index == TLS_OUT_OF_INDEXES) return VORN_OK;
-    return static_cast<VornStatus>(reinterpret_cast<uintptr_t>(TlsGetValue(index)));
+    return static_cast<VornStatus>(reinterpret_cast<uintptr_t>(ReadTlsSlot(index)));
 }

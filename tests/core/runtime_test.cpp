@@ -95,6 +95,17 @@ TEST_F(Runtime, LastErrorHoldsAnyValueStored)
     VornTerminate();
 }
 
+TEST_F(Runtime, LastErrorLeavesTheSystemsErrorAlone)
+{
+    ASSERT_EQ(VornInitialize(), VORN_OK);
+    SetLastError(4711);
+    VornSetLastError(VORN_E_BUSY);
+    EXPECT_EQ(GetLastError(), 4711u);
+    EXPECT_EQ(VornGetLastError(), VORN_E_BUSY);
+    EXPECT_EQ(GetLastError(), 4711u);
+    VornTerminate();
+}
+
 TEST_F(Runtime, LastErrorDoesNothingBeforeInitializeAndAfterTerminate)
 {
     VornSetLastError(VORN_E_NOT_FOUND);
