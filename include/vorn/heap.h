@@ -204,7 +204,7 @@ VORN_API VornStatus VornHeapLoad(VornHeap* heap, const wchar_t* fileName);
  * the heap's lock with this handle.
  *
  * Returns VORN_OK; the statuses of entering except VORN_E_HEAP_CORRUPT; the status of VornMutexDestroy;
- * VORN_E_SYSTEM the lock could not be closed. The last error is the same.
+ * VORN_E_SYSTEM the lock could not be closed or the memory not be unmapped. The last error is the same.
  * Deliberate: closing a handle that is not the last leaves the memory mapped in this process; its address, as
  * VornHeapGetBasePtr gave it, can be given to VornSharedMemFree.
  */

@@ -1,6 +1,8 @@
 // Opening and closing shared heaps: what is asked of the system, which failures are passed over, and threads
 // that open a heap while another closes it.
 
+#include <vorn/vorn.hpp>
+
 #include "heap/shared_heap_fixture.h"
 #include "support/failing_call.h"
 
@@ -198,11 +200,48 @@ TEST_F(SharedHeapOpen, ThreadsOpenAndCloseItSideBySide)
     EXPECT_EQ(VornHeapDestroy(heap), VORN_OK);
 }
 
+namespace {
+
+VornStatus RefuseToUnmap(void*)
+{
+    return VORN_E_INVALID_ARG;
+}
+
+VornStatus ThrowWhenUnmapping(void*)
+{
+    throw vorn::LockError("Mutex lock failed.");
+}
+
+}  // namespace
+
+TEST_F(SharedHeapOpen, AFailureToUnmapTheMemoryIsTheStatusOfTheDestruction)
+{
+    VornHeap* heap = Open();
+    uint8_t* base = Base(heap);
+    {
+        PatchedFunction unmap(L"vorn_1_0.dll", "VornFileUnmapRegion", &RefuseToUnmap);
+        ASSERT_TRUE(unmap.Found());
+        EXPECT_EQ(VornHeapDestroy(heap), VORN_E_INVALID_ARG);
+        EXPECT_EQ(VornGetLastError(), VORN_E_INVALID_ARG);
+    }
+    EXPECT_EQ(VornHeapCheck(heap), VORN_E_INVALID_ARG);
+    EXPECT_EQ(VornSharedMemFree(base), VORN_OK);
+
+    heap = Open();
+    base = Base(heap);
+    {
+        PatchedFunction unmap(L"vorn_1_0.dll", "VornFileUnmapRegion", &ThrowWhenUnmapping);
+        EXPECT_EQ(VornHeapDestroy(heap), VORN_E_SYSTEM);
+    }
+    EXPECT_EQ(VornSharedMemFree(base), VORN_OK);
+}
+
 // ---- What the lock is held over ----
 
 namespace {
 
 HANDLE heldLock;
+std::wstring heldImage;
 int looks;
 
 void ExpectLockTaken()
@@ -211,24 +250,46 @@ void ExpectLockTaken()
     EXPECT_FALSE(WaitBounded(heldLock, 0));
 }
 
+// Nobody else gets at an image that is being written or read.
+void ExpectImageKept()
+{
+    HANDLE file = CreateFileW(heldImage.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                              OPEN_EXISTING, 0, nullptr);
+    EXPECT_EQ(file, INVALID_HANDLE_VALUE);
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_SHARING_VIOLATION});
+}
+
 BOOL WINAPI WriteUnderLock(HANDLE file, const void* bytes, DWORD count, DWORD* written,
                            OVERLAPPED* overlapped)
 {
     ExpectLockTaken();
+    ExpectImageKept();
     return WriteFile(file, bytes, count, written, overlapped);
 }
 
 BOOL WINAPI ReadUnderLock(HANDLE file, void* bytes, DWORD count, DWORD* read, OVERLAPPED* overlapped)
 {
     ExpectLockTaken();
+    ExpectImageKept();
     return ReadFile(file, bytes, count, read, overlapped);
+}
+
+uint8_t* leftBase;
+VornStatus leftStatus;
+
+BOOL WINAPI LookWhileLeaving(HANDLE semaphore, LONG count, LONG* before)
+{
+    ++looks;
+    EXPECT_EQ(Read32(leftBase, 36), 0u);
+    EXPECT_EQ(VornGetLastError(), leftStatus);
+    return ReleaseSemaphore(semaphore, count, before);
 }
 
 }  // namespace
 
 TEST_F(SharedHeapOpen, SavingLoadingAndEnumeratingHoldTheLock)
 {
-    const std::wstring image = UniqueName(L"held") + L".image";
+    heldImage = UniqueName(L"held") + L".image";
     VornHeap* heap = Open();
     heldLock = OpenSemaphoreW(SYNCHRONIZE | SEMAPHORE_MODIFY_STATE, FALSE, GlobalLock(name).c_str());
     ASSERT_NE(heldLock, nullptr);
@@ -236,9 +297,9 @@ TEST_F(SharedHeapOpen, SavingLoadingAndEnumeratingHoldTheLock)
     {
         ImportRedirect writes("WriteFile", WriteUnderLock);
         ImportRedirect reads("ReadFile", ReadUnderLock);
-        EXPECT_EQ(VornHeapSave(heap, image.c_str()), VORN_OK);
+        EXPECT_EQ(VornHeapSave(heap, heldImage.c_str()), VORN_OK);
         EXPECT_EQ(looks, 1);  // one call writes it all
-        EXPECT_EQ(VornHeapLoad(heap, image.c_str()), VORN_OK);
+        EXPECT_EQ(VornHeapLoad(heap, heldImage.c_str()), VORN_OK);
         EXPECT_EQ(looks, 3);
     }
     const VornHeapCallback look = [](uint64_t, uint64_t, void*, uint64_t) -> int32_t {
@@ -249,7 +310,28 @@ TEST_F(SharedHeapOpen, SavingLoadingAndEnumeratingHoldTheLock)
     EXPECT_EQ(looks, 4);  // the name's block
     CloseHandle(heldLock);
     EXPECT_EQ(VornHeapDestroy(heap), VORN_OK);
-    DeleteFileW(image.c_str());
+    DeleteFileW(heldImage.c_str());
+}
+
+TEST_F(SharedHeapOpen, WhoGivesTheLockBackHasTheOutcomeStoredAndIsNoLongerCounted)
+{
+    VornHeap* heap = Open();
+    leftBase = Base(heap);
+    looks = 0;
+    {
+        ImportRedirect releases("ReleaseSemaphore", LookWhileLeaving);
+        ASSERT_TRUE(releases.Found());
+        leftStatus = VORN_OK;
+        const uint64_t block = VornHeapAlloc(heap, 10);
+        EXPECT_EQ(VornHeapFree(heap, block), VORN_OK);
+        leftStatus = VORN_E_INVALID_ARG;
+        EXPECT_EQ(VornHeapFree(heap, block + 1), VORN_E_INVALID_ARG);
+        leftStatus = VORN_E_NO_MEMORY;
+        EXPECT_EQ(VornHeapAlloc(heap, kSize), 0u);
+        leftStatus = VORN_OK;
+        EXPECT_EQ(VornHeapDestroy(heap), VORN_OK);
+    }
+    EXPECT_EQ(looks, 5);
 }
 
 TEST_F(SharedHeapOpen, LoadingWithoutMemoryForTheNameIsReported)
