@@ -200,8 +200,8 @@ VORN_API VornStatus VornHeapLoad(VornHeap* heap, const wchar_t* fileName);
 
 /**
  * Closes a handle, which is invalid from then on; a damaged heap can be closed too. A local heap's memory is
- * not touched any more. The last handle on a shared heap unmaps its memory. No other thread may be waiting for
- * the heap's lock with this handle.
+ * not touched any more. The last handle on a shared heap unmaps its memory. No other thread may be waiting
+ * for the heap's lock with this handle.
  *
  * Returns VORN_OK; the statuses of entering except VORN_E_HEAP_CORRUPT; the status of VornMutexDestroy;
  * VORN_E_SYSTEM the lock could not be closed or the memory not be unmapped. The last error is the same.
