@@ -165,7 +165,7 @@ VORN_API void VornThreadCleanupPop(int32_t execute);
  * Creates a key under which every thread has a pointer of its own, null at first. `destructor` may be null;
  * it is called with a thread's value when the thread ends with a value that is not null. A destructor may
  * store values: they are destroyed in further passes, four passes with calls at most; what is stored after
- * that is dropped. It must not throw.
+ * that is dropped, also by the destructors of thread_local objects that run later. It must not throw.
  *
  * Returns VORN_OK; VORN_E_INVALID_ARG key null; VORN_E_NO_MEMORY; VORN_E_NO_RESOURCES the system has no
  * thread-local slot left. Delete it with VornThreadKeyDelete. Any thread may call this.

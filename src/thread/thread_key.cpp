@@ -233,7 +233,9 @@ VornStatus SetValue(VornThreadKey* key, const void* value) noexcept
     VornThread* const thread = VornThreadSelf();
     if (thread == nullptr) return VORN_E_NO_MEMORY;
     if (key == nullptr) return VORN_OK;
-    if (key->destructor != nullptr && value != nullptr) {
+    // After the thread's clean-up, in a destructor that the system runs later, nobody would call it any more.
+    const bool mayCall = thread->state.load() != kStateFinished;
+    if (key->destructor != nullptr && value != nullptr && mayCall) {
         const VornStatus status = RememberValue(thread, key);
         if (status != VORN_OK) return status;
     }

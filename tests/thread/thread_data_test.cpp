@@ -278,6 +278,35 @@ TEST(ThreadDestructor, MayDeleteItsOwnKey)
     EXPECT_EQ(watch.Leaks(), "");
 }
 
+namespace {
+
+// Stores a value when the thread's own objects are destroyed, which may be after its clean-up.
+struct StoresLate {
+    VornThreadKey* key = nullptr;
+    std::atomic<VornStatus>* status = nullptr;
+    ~StoresLate()
+    {
+        if (key != nullptr) *status = VornThreadSetSpecific(key, &someValue);
+    }
+};
+thread_local StoresLate storesLate;
+
+}  // namespace
+
+TEST(ThreadDestructor, OfAValueThatIsStoredAfterTheCleanupIsNotRemembered)
+{
+    const KeyWith k(&CountDestructor);
+    std::atomic<VornStatus> status{VORN_E_UNKNOWN};
+    LibraryThread thread([&] {
+        storesLate.status = &status;
+        storesLate.key = k.key;
+    });
+    ASSERT_TRUE(WaitBounded(thread.Thread()->handle));
+    EXPECT_EQ(status, VORN_OK);
+    EXPECT_EQ(FieldAt<void*>(k.key, kEntries), nullptr) << "nobody would call its destructor";
+    thread.Join();
+}
+
 TEST(ThreadDestructor, WaitsForAKeyLockThatIsBusy)
 {
     const KeyWith k(&CountDestructor);
