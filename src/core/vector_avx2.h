@@ -56,6 +56,7 @@ struct Avx2 {
     static V ShiftLeft32(V a, int bits) { return _mm256_slli_epi32(a, bits); }
     static V ShiftLeft16(V a, int bits) { return _mm256_slli_epi16(a, bits); }
     static V ShiftRight16(V a, int bits) { return _mm256_srli_epi16(a, bits); }
+    static V ShiftRightSigned16(V a, int bits) { return _mm256_srai_epi16(a, bits); }
     static V ShiftRight32(V a, int bits) { return _mm256_srli_epi32(a, bits); }
     static uint64_t Sum8(V a)
     {

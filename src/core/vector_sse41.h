@@ -60,6 +60,7 @@ struct Sse41 {
     static V ShiftLeft32(V a, int bits) { return _mm_slli_epi32(a, bits); }
     static V ShiftLeft16(V a, int bits) { return _mm_slli_epi16(a, bits); }
     static V ShiftRight16(V a, int bits) { return _mm_srli_epi16(a, bits); }
+    static V ShiftRightSigned16(V a, int bits) { return _mm_srai_epi16(a, bits); }
     static V ShiftRight32(V a, int bits) { return _mm_srli_epi32(a, bits); }
     // The sum of all bytes.
     static uint64_t Sum8(V a)

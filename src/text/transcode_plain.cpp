@@ -4,23 +4,37 @@ namespace vorn::detail {
 
 namespace {
 
+// The functions that are handed to Read are inlined at each of its calls: that is what makes the length known.
+
+bool IsRare(bool condition)
+{
+    return __builtin_expect(condition, false) != 0;
+}
+
 template <class From, class To>
 Converted Convert(const typename From::Unit* src, size_t length, typename To::Unit* dst, size_t room)
 {
+    // Units below this are characters, and the same in both forms.
+    constexpr uint32_t kSame =
+        sizeof(typename From::Unit) > 1 && sizeof(typename To::Unit) > 1 ? 0xD800 : 0x80;
     size_t read = 0;
     size_t written = 0;
     while (read < length) {
-        if (src[read] < 0x80) {
-            if (written == room) break;
+        if (src[read] < kSame) {
+            if (IsRare(written == room)) break;
             dst[written++] = static_cast<typename To::Unit>(src[read++]);
             continue;
         }
-        const Character character = From::Read(src + read, length - read);
-        const uint32_t units = To::Length(character.codePoint);
-        if (units > room - written) break;
-        To::Write(character.codePoint, dst + written);
-        read += character.length;
-        written += units;
+        const auto write = [&](uint32_t codePoint, uint32_t unitsRead) __attribute__((always_inline))
+        {
+            const uint32_t units = To::Length(codePoint);
+            if (IsRare(units > room - written)) return false;
+            To::Write(codePoint, dst + written);
+            read += unitsRead;
+            written += units;
+            return true;
+        };
+        if (!From::Read(src + read, length - read, write)) break;
     }
     return {read, written};
 }
@@ -29,10 +43,14 @@ template <class From, class To>
 size_t Count(const typename From::Unit* src, size_t length)
 {
     size_t units = 0;
-    for (size_t read = 0; read < length;) {
-        const Character character = From::Read(src + read, length - read);
-        units += To::Length(character.codePoint);
-        read += character.length;
+    size_t read = 0;
+    while (read < length) {
+        const auto add = [&](uint32_t codePoint, uint32_t unitsRead) __attribute__((always_inline))
+        {
+            units += To::Length(codePoint);
+            read += unitsRead;
+        };
+        From::Read(src + read, length - read, add);
     }
     return units;
 }
@@ -41,11 +59,15 @@ template <class To>
 Utf8Count CountUtf8(const uint8_t* src, size_t length)
 {
     Utf8Count count{0, 0};
-    for (size_t read = 0; read < length;) {
-        const Character character = Utf8::Read(src + read, length - read);
-        count.units += To::Length(character.codePoint);
-        count.beyond += character.codePoint > kLastCodePoint;
-        read += character.length;
+    size_t read = 0;
+    while (read < length) {
+        const auto add = [&](uint32_t codePoint, uint32_t unitsRead) __attribute__((always_inline))
+        {
+            count.units += To::Length(codePoint);
+            count.beyond += codePoint > kLastCodePoint;
+            read += unitsRead;
+        };
+        Utf8::Read(src + read, length - read, add);
     }
     return count;
 }

@@ -156,6 +156,7 @@ Converted Utf16ToUtf8(const wchar_t* src, size_t length, uint8_t* dst, size_t ro
         } else if (!HasSurrogates<Unit>(units)) {
             work.Add(kUnits, StoreQuads<Unit>(Quads<Unit>(units), work.End()));
         } else {
+            // Where there are surrogates, more of them are likely.
             do {
                 const size_t cut = IsCutPair(work.Text(), kUnits, work.Left());
                 const Pairs<Unit> pairs(units, cut != 0);

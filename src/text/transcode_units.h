@@ -143,16 +143,16 @@ struct CodePoints {
 
     explicit CodePoints(const Pairs<Unit>& pairs)
     {
-        const V zero = Unit::Zero();
         const V next = Unit::template Later<2>(pairs.units);
-        const auto join = [](V units, V following, V isHigh) {
-            const V sum = Unit::Add32(Unit::ShiftLeft32(units, 10), following);
-            return Unit::Choose(units, Unit::Subtract32(sum, Unit::Set32(0x35FDC00)), isHigh);
+        const auto join = [](V both, V isHigh) {
+            // 1024 times the first and once the second, both taken as negative.
+            const V sum = Unit::MultiplyAdd16(both, Unit::Set32(0x00010400));
+            const V pair = Unit::Add32(sum, Unit::Set32(0x04010000 - 0x35FDC00));
+            return Unit::Choose(Unit::And(both, Unit::Set32(0xFFFF)), pair, isHigh);
         };
-        low = join(Unit::InterleaveLow16(pairs.units, zero), Unit::InterleaveLow16(next, zero),
-                   Unit::InterleaveLow16(pairs.highs, pairs.highs));
-        high = join(Unit::InterleaveHigh16(pairs.units, zero), Unit::InterleaveHigh16(next, zero),
-                    Unit::InterleaveHigh16(pairs.highs, pairs.highs));
+        low = join(Unit::InterleaveLow16(pairs.units, next), Unit::InterleaveLow16(pairs.highs, pairs.highs));
+        high =
+            join(Unit::InterleaveHigh16(pairs.units, next), Unit::InterleaveHigh16(pairs.highs, pairs.highs));
         lows = Unit::SignBits8(Unit::PackSigned16(pairs.lows));
     }
 
@@ -190,19 +190,26 @@ Converted Utf16ToUtf32(const wchar_t* src, size_t length, uint32_t* dst, size_t 
 {
     constexpr size_t kUnits = Unit::kBytes / 2;
     Progress<wchar_t, uint32_t> work{src, length, dst, room, {0, 0}};
-    while (work.Left() >= kUnits + kUnitsBehind && work.Room() >= kUnits + kRoomBehind) {
-        const auto units = Unit::Load(work.Text());
+    const auto isAhead = [&work] {
+        return work.Left() >= kUnits + kUnitsBehind && work.Room() >= kUnits + kRoomBehind;
+    };
+    while (isAhead()) {
+        auto units = Unit::Load(work.Text());
         if (!HasSurrogates<Unit>(units)) {
             Unit::StoreWide32(units, work.End(), work.End() + 8);
             work.Add(kUnits, kUnits);
             continue;
         }
-        const size_t cut = IsCutPair(work.Text(), kUnits, work.Left());
-        const CodePoints<Unit> all(Pairs<Unit>(units, cut != 0));
-        const size_t count = StoreFours<Unit>(
-            all.low, all.high, [&all](int four) { return Control(kDropQuads.of[all.LowsOf(four)]); },
-            [&all](int four) { return 4 - Bits(all.LowsOf(four)); }, work.End());
-        work.Add(kUnits - cut, count - cut);
+        // Where there are surrogates, more of them are likely.
+        do {
+            const size_t cut = IsCutPair(work.Text(), kUnits, work.Left());
+            const CodePoints<Unit> all(Pairs<Unit>(units, cut != 0));
+            const size_t count = StoreFours<Unit>(
+                all.low, all.high, [&all](int four) { return Control(kDropQuads.of[all.LowsOf(four)]); },
+                [&all](int four) { return 4 - Bits(all.LowsOf(four)); }, work.End());
+            work.Add(kUnits - cut, count - cut);
+            units = Unit::Load(work.Text());
+        } while (HasSurrogates<Unit>(units) && isAhead());
     }
     while (work.Left() != 0) {
         const size_t left = work.Left();

@@ -28,24 +28,21 @@ template <class Unit, bool kHasFour>
 typename Unit::V Units16(typename Unit::V both, typename Unit::V last)
 {
     using V = typename Unit::V;
-    const V lead = Unit::And(both, Unit::Set16(0x00FF));
+    const V lead = Unit::ShiftLeft16(both, 8);
     // Five bits of the lead and six of the second byte.
     const V two = Unit::MultiplyAdd8(Unit::And(both, Unit::Set16(0x3F1F)), Unit::Set16(0x0140));
     const V three = Unit::Or(Unit::ShiftLeft16(two, 6), last);
-    V units = Unit::Choose(two, three, Unit::Greater16(lead, Unit::Set16(0xDF)));
-    units =
-        Unit::Choose(units, Unit::And(both, Unit::Set16(0x007F)), Unit::Greater16(Unit::Set16(0x80), lead));
+    // The leads are negative, and ASCII is greater than all of them.
+    V units = Unit::Choose(two, three, Unit::Greater16(lead, Unit::Set16(0xDFFF)));
     if (kHasFour) {
         // The lead's fifth bit, always set, is taken off again with the base.
         const V high = Unit::Add16(Unit::Or(Unit::ShiftLeft16(two, 2), Unit::ShiftRight16(last, 4)),
                                    Unit::Set16(0xD7C0 - 0x1000));
         const V low = Unit::Or(Unit::And(three, Unit::Set16(0x03FF)), Unit::Set16(0xDC00));
-        units = Unit::Choose(units, high, Unit::Greater16(lead, Unit::Set16(0xEF)));
-        const V isLow =
-            Unit::And(Unit::Greater16(lead, Unit::Set16(0x7F)), Unit::Greater16(Unit::Set16(0xC0), lead));
-        units = Unit::Choose(units, low, isLow);
+        units = Unit::Choose(units, high, Unit::Greater16(lead, Unit::Set16(0xEFFF)));
+        units = Unit::Choose(units, low, Unit::Greater16(Unit::Set16(0xC000), lead));
     }
-    return units;
+    return Unit::Choose(Unit::And(both, Unit::Set16(0x007F)), units, Unit::ShiftRightSigned16(lead, 15));
 }
 
 // Calls put(units, out) for the units of `lanes`, of which each lane is stored whole, and gives the end of
@@ -92,8 +89,9 @@ void StoreShort(const uint8_t* text, uint64_t places, unsigned length, typename 
 template <class Unit>
 struct Wide {
     static constexpr size_t kBytes = 12 * Unit::kLanes;
-    // With one lane five times twelve bytes are a block, with two lanes all 64.
+    // One lane takes five times twelve bytes, up to a character that starts behind them; two lanes all 64.
     static constexpr size_t kBlockBytes = Unit::kLanes == 1 ? 60 : 64;
+    static constexpr unsigned kWithin = Unit::kLanes == 1 ? 61 : 64;
 
     static bool Fits(uint64_t places)
     {
@@ -230,23 +228,29 @@ Converted ReadUtf8(Converted (*plain)(const uint8_t*, size_t, typename To::Out*,
             done.written += kBlock;
             continue;
         }
-        const bool isWellFormed = block.IsWellFormed(Unit::Zero());
+        const bool hasFour = block.HasLeadFrom(0xF0);
+        const bool isWellFormed = hasFour ? block.template IsWellFormed<true>(Unit::Zero())
+                                          : block.template IsWellFormed<false>(Unit::Zero());
         Utf8Masks masks;
         Shape shape;
         if (!isWellFormed) {
-            masks = Describe<Unit>(text);
+            masks = MasksOfAny<Unit>(text);
             shape = masks.four != 0 ? Shape::kFour : Shape::kThree;
         } else {
-            masks = block.Masks(kBlock);
-            if (!block.HasLeadFrom(0xE0)) {
-                shape = Shape::kShort;
-            } else if (!block.HasLeadFrom(0xF0)) {
-                const Utf8Masks wide = block.Masks(Wide<Unit>::kBlockBytes + 1);
-                shape = Wide<Unit>::Fits(wide.starts) ? Shape::kWide : Shape::kThree;
-                if (shape == Shape::kWide) masks = wide;
-            } else {
+            if (hasFour) {
                 shape = Shape::kFour;
+                masks = block.Masks(kBlock);
                 masks.four = block.LeadsOfFour() & masks.starts;
+            } else if (!block.HasLeadFrom(0xE0)) {
+                shape = Shape::kShort;
+                masks = block.Masks(kBlock);
+            } else {
+                shape = Shape::kWide;
+                masks = block.Masks(Wide<Unit>::kWithin);
+                if (!Wide<Unit>::Fits(masks.starts)) {
+                    shape = Shape::kThree;
+                    masks = block.Masks(kBlock);
+                }
             }
         }
         const uint64_t places = To::Places(masks.starts, masks.four);
@@ -299,25 +303,31 @@ public:
 
     Utf8Count Run()
     {
-        while (length_ - read_ >= kBlock + 3) {
+        while (length_ - read_ >= kBlock) {
             const Utf8Block<Unit> block(src_ + read_);
             if (isBoundary_ && block.IsAscii()) {
                 count_.units += kBlock;
                 read_ += kBlock;
-            } else if (block.IsWellFormed(before_)) {
-                const uint64_t starts = block.Starts();
-                count_.units += Bits(starts);
-                if (kAsUtf16 && block.HasLeadFrom(0xF0)) count_.units += Bits(starts & block.LeadsOfFour());
+                continue;
+            }
+            const bool hasFour = block.HasLeadFrom(0xF0);
+            const bool isWellFormed = hasFour || hadFour_ ? block.template IsWellFormed<true>(before_)
+                                                          : block.template IsWellFormed<false>(before_);
+            if (isWellFormed) {
+                count_.units += Bits(block.Starts());
+                if (kAsUtf16 && hasFour) count_.units += Bits(block.LeadsOfFour());
                 before_ = block.Last();
+                hadFour_ = hasFour;
                 isBoundary_ = block.IsAscii();
                 read_ += kBlock;
             } else {
                 StepBack();
-                if (length_ - read_ < kBlock + 3) break;
-                const Utf8Masks masks = Describe<Unit>(src_ + read_);
+                if (length_ - read_ < kBlock) break;
+                const Utf8Masks masks = MasksOfAny<Unit>(src_ + read_);
                 Add({Bits(masks.starts) + (kAsUtf16 ? Bits(masks.four) : 0), Bits(masks.beyond)});
                 read_ += masks.length;
                 before_ = Unit::Zero();
+                hadFour_ = false;
                 boundary_ = read_;
                 isBoundary_ = true;
             }
@@ -352,8 +362,9 @@ private:
     const uint8_t* const src_;
     const size_t length_;
     size_t read_ = 0;
-    size_t boundary_ = 0;  // what lies before is counted for good
-    bool isBoundary_ = true;
+    size_t boundary_ = 0;     // what lies before is counted for good
+    bool isBoundary_ = true;  // `read_` is the start of a character
+    bool hadFour_ = false;    // there are leads of four bytes in `before_`
     typename Unit::V before_ = Unit::Zero();
     Utf8Count count_{0, 0};
 };

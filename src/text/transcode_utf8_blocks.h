@@ -54,6 +54,9 @@ constexpr Shuffle MakeErrorBits(unsigned Utf8Error::*set)
     return bits;
 }
 
+// Those of two bytes of which the second one is a continuation and the first one a lead.
+constexpr int kErrorsOfContinuations = 0x7C;
+
 constexpr Shuffle kErrorsOfHigh = MakeErrorBits(&Utf8Error::high);
 constexpr Shuffle kErrorsOfLow = MakeErrorBits(&Utf8Error::low);
 constexpr Shuffle kErrorsOfNext = MakeErrorBits(&Utf8Error::next);
@@ -62,10 +65,14 @@ constexpr Shuffle kErrorsOfNext = MakeErrorBits(&Utf8Error::next);
 
 constexpr size_t kBlock = 64;
 
-// Where the last character starts. One starts in each four bytes.
-unsigned LastStart(uint64_t starts)
+// Where the last character starts of those that start in the first `within` bytes, as `starts` tells; it is
+// one of the last four.
+unsigned LastStart(uint64_t starts, unsigned within)
 {
-    return 63 - static_cast<unsigned>(__builtin_clzll(starts));
+    // Two bits for each value of the last four bits: which of them is the highest that is set.
+    constexpr uint32_t kHighest = 0xFFFFAA50;
+    const unsigned lastFour = static_cast<unsigned>(starts >> (within - 4));
+    return within - 4 + (kHighest >> 2 * lastFour & 3);
 }
 
 // A block, up to `length`, which is before the last character: one bit for each byte.
@@ -96,28 +103,22 @@ public:
     }
 
     // Whether there is nothing ill-formed, and no sequence above U+10FFFF, up to the last byte; a sequence
-    // may go on behind it. `before` ends with the bytes before the block.
+    // may go on behind it. `before` ends with the bytes before the block. Without kHasFour, there is no lead
+    // of four bytes in either.
+    template <bool kHasFour>
     bool IsWellFormed(V before) const
     {
-        const V highTable = Unit::EveryLane(Control(kErrorsOfHigh));
-        const V lowTable = Unit::EveryLane(Control(kErrorsOfLow));
-        const V nextTable = Unit::EveryLane(Control(kErrorsOfNext));
         V errors = Unit::Zero();
-        for (size_t i = 0; i < kParts; ++i) {
-            const V bytes = parts_[i];
-            const V first = Unit::template Earlier<1>(bytes, before);
+        for (const V bytes : parts_) {
             const V second = Unit::template Earlier<2>(bytes, before);
-            const V third = Unit::template Earlier<3>(bytes, before);
-            const V nibble = Unit::Set8(0x0F);
-            const V high = Unit::And(Unit::ShiftRight16(first, 4), nibble);
-            const V low = Unit::And(first, nibble);
-            const V next = Unit::And(Unit::ShiftRight16(bytes, 4), nibble);
-            const V found = Unit::And(Unit::And(Unit::Shuffle(highTable, high), Unit::Shuffle(lowTable, low)),
-                                      Unit::Shuffle(nextTable, next));
             // The sign bit is set behind a lead of three or four bytes, and two behind one of four.
-            const V isDue = Unit::Or(Unit::SubtractClamped8(second, Unit::Set8(0xE0 - 0x80)),
-                                     Unit::SubtractClamped8(third, Unit::Set8(0xF0 - 0x80)));
-            errors = Unit::Or(errors, Unit::Xor(found, Unit::And(isDue, Unit::Set8(0x80))));
+            V isDue = Unit::SubtractClamped8(second, Unit::Set8(0xE0 - 0x80));
+            if (kHasFour) {
+                const V third = Unit::template Earlier<3>(bytes, before);
+                isDue = Unit::Or(isDue, Unit::SubtractClamped8(third, Unit::Set8(0xF0 - 0x80)));
+            }
+            const V isDueBit = Unit::And(isDue, Unit::Set8(0x80));
+            errors = Unit::Or(errors, Unit::Xor(Errors(bytes, before), isDueBit));
             before = bytes;
         }
         return Unit::IsZero(errors);
@@ -126,15 +127,15 @@ public:
     // A bit for each byte that continues no character; in a well-formed block, where characters start.
     uint64_t Starts() const
     {
-        return Mask([](V bytes) { return Unit::Greater8(bytes, Unit::Set8(0xBF)); });
+        return ~Mask([](V bytes) { return Unit::Greater8(Unit::Set8(0xC0), bytes); });
     }
 
     // Of a well-formed block that begins with a character, up to the last one that starts in `within` bytes;
     // without the sequences of four bytes.
-    Utf8Masks Masks(size_t within) const
+    Utf8Masks Masks(unsigned within) const
     {
         const uint64_t starts = Starts() & LowBits(within);
-        const unsigned length = LastStart(starts);
+        const unsigned length = LastStart(starts, within);
         return {starts & LowBits(length), 0, 0, 0, length};
     }
 
@@ -150,10 +151,62 @@ public:
         return !Unit::IsZero(Unit::SubtractClamped8(greatest, Unit::Set8(least - 1)));
     }
 
+    // Of a block that begins with a character and holds anything.
+    Utf8Masks MasksOfAny() const
+    {
+        const uint64_t continuations = ~Starts();
+        const uint64_t leads = Mask([](V bytes) { return bytes; }) & ~continuations;
+        const uint64_t fromE0 =
+            Mask([](V bytes) { return Unit::SubtractClamped8(bytes, Unit::Set8(0xE0 - 0x80)); });
+        const uint64_t fromF0 = LeadsOfFour();
+        const uint64_t areF4 = Mask([](V bytes) { return Unit::Equal8(bytes, Unit::Set8(0xF4)); });
+        V before = Unit::Zero();
+        const uint64_t secondIsRight = Mask([&before](V bytes) {
+            const V errors = Unit::And(Errors(bytes, before), Unit::Set8(kErrorsOfContinuations));
+            before = bytes;
+            return Unit::Equal8(errors, Unit::Zero());
+        });
+        // What lies behind the block is taken for right: it only matters to the last character.
+        const auto behind = [](uint64_t mask, int distance) {
+            return mask >> distance | ~(~uint64_t{0} >> distance);
+        };
+        const uint64_t hasRightSecond = behind(secondIsRight, 1);
+        const uint64_t sequences = leads & behind(continuations, 1) & (hasRightSecond | areF4) &
+                                   (~fromE0 | behind(continuations, 2)) &
+                                   (~fromF0 | behind(continuations, 3));
+        const uint64_t longer = sequences & fromE0;
+        const uint64_t four = sequences & fromF0;
+        Utf8Masks masks;
+        const uint64_t starts = ~(sequences << 1 | longer << 2 | four << 3);
+        masks.length = LastStart(starts, kBlock);
+        masks.starts = starts & LowBits(masks.length);
+        masks.beyond = four & ~hasRightSecond & masks.starts;
+        masks.four = four & hasRightSecond & masks.starts;
+        masks.replaced = (masks.starts & (leads | continuations) & ~sequences) | masks.beyond;
+        return masks;
+    }
+
     V Last() const { return parts_[kParts - 1]; }
 
 private:
     static constexpr size_t kParts = kBlock / Unit::kBytes;
+
+    // A bit for each of kUtf8Errors that a byte makes with the one before it.
+    static V Errors(V bytes, V before)
+    {
+        const V first = Unit::template Earlier<1>(bytes, before);
+        const V nibble = Unit::Set8(0x0F);
+        const V high = Unit::And(Unit::ShiftRight16(first, 4), nibble);
+        const V low = Unit::And(first, nibble);
+        const V next = Unit::And(Unit::ShiftRight16(bytes, 4), nibble);
+        return Unit::And(Unit::And(LookUp(kErrorsOfHigh, high), LookUp(kErrorsOfLow, low)),
+                         LookUp(kErrorsOfNext, next));
+    }
+
+    static V LookUp(const Shuffle& table, V nibbles)
+    {
+        return Unit::Shuffle(Unit::EveryLane(Control(table)), nibbles);
+    }
 
     template <class Function>
     uint64_t Mask(Function function) const
@@ -168,49 +221,11 @@ private:
     V parts_[kParts];
 };
 
-// Describes 64 bytes, whatever they hold, that begin with a character; looks at the next three as well.
+// Apart from the loops that need it now and then, which are better off without its registers.
 template <class Unit>
-Utf8Masks Describe(const uint8_t* text)
+[[gnu::noinline]] Utf8Masks MasksOfAny(const uint8_t* text)
 {
-    using V = typename Unit::V;
-    uint64_t nonAscii = 0;
-    uint64_t sequences = 0;
-    uint64_t longer = 0;
-    uint64_t four = 0;
-    uint64_t fromF4 = 0;
-    const auto isContinuation = [](V bytes) { return Unit::Greater8(Unit::Set8(0xC0), bytes); };
-    for (size_t i = 0; i < kBlock; i += Unit::kBytes) {
-        const V bytes = Unit::Load(text + i);
-        const V second = Unit::Load(text + i + 1);
-        // The bytes from 0x80 on are the negative ones, in their own order.
-        const V lead =
-            Unit::And(Unit::Greater8(bytes, Unit::Set8(0xC1)), Unit::Greater8(Unit::Set8(0xF5), bytes));
-        const V fromE0 = Unit::Greater8(bytes, Unit::Set8(0xDF));
-        const V fromF0 = Unit::Greater8(bytes, Unit::Set8(0xEF));
-        const V fromA0 = Unit::Greater8(second, Unit::Set8(0x9F));
-        const V from90 = Unit::Greater8(second, Unit::Set8(0x8F));
-        const V isWrong = Unit::Or(Unit::Or(Unit::AndNot(fromA0, Unit::Equal8(bytes, Unit::Set8(0xE0))),
-                                            Unit::And(fromA0, Unit::Equal8(bytes, Unit::Set8(0xED)))),
-                                   Unit::AndNot(from90, Unit::Equal8(bytes, Unit::Set8(0xF0))));
-        const V noThird = Unit::AndNot(isContinuation(Unit::Load(text + i + 2)), fromE0);
-        const V noFourth = Unit::AndNot(isContinuation(Unit::Load(text + i + 3)), fromF0);
-        const V isSequence = Unit::AndNot(Unit::Or(isWrong, Unit::Or(noThird, noFourth)),
-                                          Unit::And(lead, isContinuation(second)));
-        nonAscii |= uint64_t{Unit::SignBits8(bytes)} << i;
-        sequences |= uint64_t{Unit::SignBits8(isSequence)} << i;
-        longer |= uint64_t{Unit::SignBits8(Unit::And(isSequence, fromE0))} << i;
-        four |= uint64_t{Unit::SignBits8(Unit::And(isSequence, fromF0))} << i;
-        fromF4 |= uint64_t{Unit::SignBits8(Unit::And(Unit::Equal8(bytes, Unit::Set8(0xF4)), from90))} << i;
-    }
-    Utf8Masks masks;
-    const uint64_t starts = ~(sequences << 1 | longer << 2 | four << 3);
-    masks.length = LastStart(starts);
-    const uint64_t inBlock = LowBits(masks.length);
-    masks.starts = starts & inBlock;
-    masks.beyond = four & fromF4 & inBlock;
-    masks.four = four & ~fromF4 & inBlock;
-    masks.replaced = (masks.starts & nonAscii & ~sequences) | masks.beyond;
-    return masks;
+    return Utf8Block<Unit>(text).MasksOfAny();
 }
 
 }  // namespace

@@ -15,40 +15,38 @@ namespace {
 constexpr uint32_t kReplacement = 0xFFFD;
 constexpr uint32_t kLastCodePoint = 0x10FFFF;
 
-struct Character {
-    // Never a surrogate: kReplacement for ill-formed input. Above kLastCodePoint for UTF-8 F4 90 to F4 BF,
-    // which is written as kReplacement.
-    uint32_t codePoint;
-    uint32_t length;  // units read, at least 1
-};
+// Each form's Read calls each(codePoint, length) for the character at `text`, of which `left` units, at least
+// one, may be looked at, and returns what that returns. The code point is never a surrogate: it is
+// kReplacement for ill-formed input. It is above kLastCodePoint for UTF-8 F4 90 to F4 BF, which is written as
+// kReplacement. `length` is the number of units read. It is a constant in each call, so that the processor
+// predicts it with the branch to the call and need not compute it before it can read on.
 
 struct Utf8 {
     using Unit = uint8_t;
 
-    // Reads the character at `text`, of which `left` bytes, at least one, may be looked at.
-    static Character Read(const uint8_t* text, size_t left) noexcept
+    template <class Each>
+    static auto Read(const uint8_t* text, size_t left, Each each) noexcept
     {
-        constexpr Character kIllFormed{kReplacement, 1};
         const uint32_t lead = text[0];
-        if (lead < 0x80) return {lead, 1};
-        if (lead < 0xC2 || lead > 0xF4 || left < 2) return kIllFormed;
+        if (lead < 0x80) return each(lead, 1);
+        if (lead < 0xC2 || lead > 0xF4 || left < 2) return each(kReplacement, 1);
         const uint32_t second = text[1] ^ 0x80u;  // a continuation byte is below 0x40 now
-        if (second >= 0x40) return kIllFormed;
-        if (lead < 0xE0) return {(lead & 0x1F) << 6 | second, 2};
-        if (left < 3) return kIllFormed;
+        if (second >= 0x40) return each(kReplacement, 1);
+        if (lead < 0xE0) return each((lead & 0x1F) << 6 | second, 2);
+        if (left < 3) return each(kReplacement, 1);
         const uint32_t third = text[2] ^ 0x80u;
-        if (third >= 0x40) return kIllFormed;
+        if (third >= 0x40) return each(kReplacement, 1);
         if (lead < 0xF0) {
             const uint32_t codePoint = (lead & 0x0F) << 12 | second << 6 | third;
-            if (codePoint < 0x800 || codePoint >> 11 == 0xD800 >> 11) return kIllFormed;
-            return {codePoint, 3};
+            if (codePoint < 0x800 || codePoint >> 11 == 0xD800 >> 11) return each(kReplacement, 1);
+            return each(codePoint, 3);
         }
-        if (left < 4) return kIllFormed;
+        if (left < 4) return each(kReplacement, 1);
         const uint32_t fourth = text[3] ^ 0x80u;
-        if (fourth >= 0x40) return kIllFormed;
+        if (fourth >= 0x40) return each(kReplacement, 1);
         const uint32_t codePoint = (lead & 0x07) << 18 | second << 12 | third << 6 | fourth;
-        if (codePoint < 0x10000) return kIllFormed;
-        return {codePoint, 4};
+        if (codePoint < 0x10000) return each(kReplacement, 1);
+        return each(codePoint, 4);
     }
 
     // The number of units that Write writes.
@@ -87,14 +85,15 @@ struct Utf8 {
 struct Utf16 {
     using Unit = wchar_t;
 
-    static Character Read(const wchar_t* text, size_t left) noexcept
+    template <class Each>
+    static auto Read(const wchar_t* text, size_t left, Each each) noexcept
     {
         const uint32_t first = static_cast<uint16_t>(text[0]);
-        if (first >> 11 != 0xD800 >> 11) return {first, 1};
-        if (first >= 0xDC00 || left < 2) return {kReplacement, 1};
+        if (first >> 11 != 0xD800 >> 11) return each(first, 1);
+        if (first >= 0xDC00 || left < 2) return each(kReplacement, 1);
         const uint32_t second = static_cast<uint16_t>(text[1]);
-        if (second >> 10 != 0xDC00 >> 10) return {kReplacement, 1};
-        return {first * 1024 + second - 0x35FDC00, 2};
+        if (second >> 10 != 0xDC00 >> 10) return each(kReplacement, 1);
+        return each(first * 1024 + second - 0x35FDC00, 2);
     }
 
     static uint32_t Length(uint32_t codePoint) noexcept { return codePoint - 0x10000 < 0x100000 ? 2 : 1; }
@@ -113,17 +112,20 @@ struct Utf16 {
 struct Utf32 {
     using Unit = uint32_t;
 
-    static Character Read(const uint32_t* text, size_t) noexcept
+    template <class Each>
+    static auto Read(const uint32_t* text, size_t, Each each) noexcept
     {
-        const bool isCharacter = text[0] <= kLastCodePoint && text[0] >> 11 != 0xD800 >> 11;
-        return {isCharacter ? text[0] : kReplacement, 1};
+        return each(Replaced(text[0]), 1);
     }
 
     static uint32_t Length(uint32_t) noexcept { return 1; }
 
-    static void Write(uint32_t codePoint, uint32_t* text) noexcept
+    static void Write(uint32_t codePoint, uint32_t* text) noexcept { text[0] = Replaced(codePoint); }
+
+private:
+    static uint32_t Replaced(uint32_t value) noexcept
     {
-        text[0] = Read(&codePoint, 1).codePoint;
+        return value <= kLastCodePoint && value >> 11 != 0xD800 >> 11 ? value : kReplacement;
     }
 };
 
