@@ -6,9 +6,9 @@
 #include "thread/thread_exception.h"
 #include "thread/thread_record.h"
 
-#include <cstring>
 #include <cxxabi.h>
 #include <exception>
+#include <type_traits>
 
 namespace vorn::detail {
 
@@ -26,12 +26,12 @@ constexpr _Unwind_Exception_Class kDependentException = 0x474E5543432B2B01;
 // Lives as long as the module: a handler may keep a reference to it.
 const std::exception_ptr cancelException = std::make_exception_ptr(ThreadExceptionCancel());
 
+// The exception object that it refers to: its only field.
 void* ObjectOf(const std::exception_ptr& exception) noexcept
 {
-    void* object;
-    static_assert(sizeof(exception) == sizeof(object));
-    std::memcpy(&object, &exception, sizeof(object));
-    return object;
+    static_assert(sizeof(std::exception_ptr) == sizeof(void*) &&
+                  std::is_standard_layout_v<std::exception_ptr>);
+    return *reinterpret_cast<void* const*>(&exception);
 }
 
 // Jumps to the start routine, where nothing is in flight and nothing is being handled.

@@ -119,7 +119,8 @@ using namespace vorn::detail;
 
 extern "C" VornStatus VornThreadCancel(VornThread* target)
 {
-    if (target != nullptr && target == CurrentThread()) return CancelCaller(target);
+    if (target == nullptr) return VORN_E_INVALID_ARG;
+    if (target == CurrentThread()) return CancelCaller(target);
     return RunDeferred([=] { return CancelOther(target); });
 }
 
