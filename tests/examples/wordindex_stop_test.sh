@@ -45,21 +45,34 @@ copy_up_to() {
 }
 copy_up_to 16
 
-# workers - the process ids of the workers that run in this prefix.
+# workers LEAST - the process ids of the workers that run in this prefix and have so many threads at least.
 workers() {
-    PREFIX=$prefix perl -e 'for my $entry (glob "/proc/[0-9]*") {
+    LEAST=$1 PREFIX=$prefix perl -e 'for my $entry (glob "/proc/[0-9]*") {
         local $/;
         open(my $c, "<", "$entry/cmdline") or next;
         open(my $e, "<", "$entry/environ") or next;
         my ($command, $environment) = (scalar(<$c>) // "", scalar(<$e>) // "");
         next unless $command =~ /wordindex\.exe/ && $command =~ /--worker/;
         next unless index("\0$environment", "\0WINEPREFIX=$ENV{PREFIX}\0") >= 0;
+        my @threads = glob "$entry/task/*";
+        next unless @threads >= $ENV{LEAST};
         print $entry =~ /(\d+)/, "\n";
     }'
 }
-no_workers() { [ -z "$(workers)" ]; }
-# to_workers SIGNAL - a worker may end before it gets there.
-to_workers() { for worker in $(workers); do kill "-$1" "$worker" 2>/dev/null || true; done; }
+no_workers() { [ -z "$(workers 1)" ]; }
+# signal NAME PROCESS ... - a process may end before the signal gets there.
+signal() {
+    name=$1
+    shift
+    for process in "$@"; do kill "-$name" "$process" 2>/dev/null || true; done
+}
+# hold, release - the workers that have threads at work stand still, and go on. One that only starts is left
+# alone: it makes another process, which would be held as well.
+hold() {
+    held=$(workers 2)
+    signal STOP $held
+}
+release() { signal CONT $held; }
 over() { ! kill -0 $parent 2>/dev/null; }
 progress() { tr '\r' '\n' <err; }
 some_counted() { progress | grep -qE '^ *[0-9]+ %  [1-9][0-9,]* of '; }
@@ -73,9 +86,9 @@ begin() {
     "$runner" "$prefix" "$program" -w 3 -t 2 -n 1 --progress -o image texts >out 2>err </dev/null &
     parent=$!
     until over; do
-        to_workers STOP
-        some_counted && ! no_workers && return 0
-        to_workers CONT
+        hold
+        [ -n "$held" ] && some_counted && return 0
+        release
         sleep 0.05
     done
     return 1
@@ -85,7 +98,7 @@ finish() {
     code=0
     within 120 over || { fail "$1: it does not end"; kill -9 $parent; }
     wait $parent || code=$?
-    within 60 no_workers || { fail "$1: workers are left"; to_workers KILL; }
+    within 60 no_workers || { fail "$1: workers are left"; signal KILL $(workers 1); }
     counted=$(sed -n 's/ files, .*//p' out | tr -d ,)
     lost=$(progress | grep -c 'its worker was ended' || true)
     waiting=$(progress | sed -n 's/.*files not counted: \([0-9]*\): .*/\1/p')
@@ -110,18 +123,18 @@ disturb() {
     fail "$1: it is always over before"
 }
 kill_one() {
-    kill -9 "$(workers | head -n 1)"
-    to_workers CONT
+    kill -9 "$(echo "$held" | head -n 1)"
+    release
 }
-kill_all() { to_workers KILL; }
+kill_all() { signal KILL $(workers 1); }
 interrupt() {
     kill -INT $parent
     within 60 stopping || fail 'an interrupt: it is not heeded'
-    to_workers CONT
+    release
 }
 kill_program() {
     kill -9 $parent
-    to_workers CONT
+    release
 }
 
 line() { progress | grep -qF -- "$2" || { fail "$1: no line holds $2"; progress | tail -n 5; }; }
