@@ -197,19 +197,22 @@ VornStatus MakeCondition(VornCondition** out) noexcept
     return handle == VORN_CONDITION_INITIALIZER ? MakeCondition(variable) : VORN_OK;
 }
 
-VornStatus Wait(VornCondition** variable, VornMutex** mutex, DWORD timeoutMs)
+VornStatus CreateAndWait(VornCondition** variable, VornMutex** mutex, DWORD timeoutMs)
 {
-    if (variable == nullptr || mutex == nullptr) return VORN_E_INVALID_ARG;
     VornCondition* condition = LoadHandle(variable);
     if (condition == nullptr || condition == VORN_CONDITION_INITIALIZER) {
         const VornStatus status = CreateOnFirstUse(variable);
         if (status != VORN_OK) return status;
         condition = LoadHandle(variable);
     }
-    return RunDeferred([=] {
-        bool mutexHeld;
-        return WaitOnCondition(condition, mutex, timeoutMs, true, &mutexHeld);
-    });
+    bool mutexHeld;
+    return WaitOnCondition(condition, mutex, timeoutMs, true, &mutexHeld);
+}
+
+VornStatus Wait(VornCondition** variable, VornMutex** mutex, DWORD timeoutMs)
+{
+    if (variable == nullptr || mutex == nullptr) return VORN_E_INVALID_ARG;
+    return RunDeferred([=] { return CreateAndWait(variable, mutex, timeoutMs); });
 }
 
 VornStatus Wake(VornCondition** variable, bool all)
@@ -309,6 +312,24 @@ VornStatus DestroyCondition(VornCondition** variable, bool cancellable)
     return status == VORN_OK ? VORN_OK : VORN_E_SYSTEM;
 }
 
+namespace {
+
+VornStatus Destroy(VornCondition** variable)
+{
+    VornCondition* handle = LoadHandle(variable);
+    if (handle == VORN_CONDITION_INITIALIZER) {
+        StaticInitLock guard;
+        handle = LoadHandle(variable);
+        if (handle == VORN_CONDITION_INITIALIZER) {
+            StoreHandle<VornCondition>(variable, nullptr);
+            return VORN_OK;
+        }
+    }
+    return handle == nullptr ? VORN_E_INVALID_ARG : DestroyCondition(variable, true);
+}
+
+}  // namespace
+
 }  // namespace vorn::detail
 
 using namespace vorn::detail;
@@ -323,17 +344,7 @@ extern "C" VornStatus VornConditionCreate(VornCondition** out, uint32_t shared)
 extern "C" VornStatus VornConditionDestroy(VornCondition** condition)
 {
     if (condition == nullptr) return VORN_E_INVALID_ARG;
-    VornCondition* handle = LoadHandle(condition);
-    if (handle == VORN_CONDITION_INITIALIZER) {
-        StaticInitLock guard;
-        handle = LoadHandle(condition);
-        if (handle == VORN_CONDITION_INITIALIZER) {
-            StoreHandle<VornCondition>(condition, nullptr);
-            return VORN_OK;
-        }
-    }
-    if (handle == nullptr) return VORN_E_INVALID_ARG;
-    return RunDeferred([=] { return DestroyCondition(condition, true); });
+    return RunDeferred([=] { return Destroy(condition); });
 }
 
 extern "C" VornStatus VornConditionWait(VornCondition** condition, VornMutex** mutex)

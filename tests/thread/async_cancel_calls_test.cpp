@@ -254,6 +254,32 @@ TEST(AsyncCancelInACall, OfAThreadThatStoresAValueDestroysIt)
     EXPECT_EQ(VornThreadKeyDelete(key), VORN_OK);
 }
 
+TEST(AsyncCancelInACall, OfAThreadThatCreatesAConditionLeavesFirstUsesToOthers)
+{
+    VornMutex* mutex = nullptr;
+    ASSERT_EQ(VornMutexCreate(&mutex, nullptr), VORN_OK);
+    VornCondition* condition = VORN_CONDITION_INITIALIZER;
+    HeldInAllocator held;
+    {
+        const ImportRedirect allocations("calloc", &HeldInAllocator::Allocate);
+        held.CancelIn([&] {
+            VornMutexLock(&mutex);
+            VornConditionWait(&condition, &mutex);
+        });
+    }
+    LibraryThread([] {
+        VornMutex* other = VORN_MUTEX_INITIALIZER;
+        EXPECT_EQ(VornMutexLock(&other), VORN_OK);
+        EXPECT_EQ(VornMutexUnlock(&other), VORN_OK);
+        EXPECT_EQ(VornMutexDestroy(&other), VORN_OK);
+    }).Join();
+    // Cancelled in the wait, with the mutex locked again.
+    EXPECT_EQ(VornMutexTryLock(&mutex), VORN_E_BUSY);
+    EXPECT_EQ(VornConditionDestroy(&condition), VORN_OK);
+    EXPECT_EQ(VornMutexUnlock(&mutex), VORN_OK);
+    EXPECT_EQ(VornMutexDestroy(&mutex), VORN_OK);
+}
+
 TEST(AsyncCancelInACall, OfAThreadWhoseStartFunctionEndsBeforeTheSystemStopsItIsTooLate)
 {
     // The system stops a thread some time after it was asked to, at the latest when its context is read.
