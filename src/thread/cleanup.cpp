@@ -66,6 +66,9 @@ void Pop(bool execute) noexcept
 {
     VornThread* const thread = CurrentThread();
     if (thread == nullptr || thread->cleanupStack == nullptr) return;
+    // A handler of the library is in use by the call that pushed it: a client that pops too often finds
+    // nothing.
+    if (thread->cleanupStack->contextFollows) return;
     Dispose(Unlink(&thread->cleanupStack), execute);
 }
 

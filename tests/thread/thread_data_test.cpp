@@ -621,6 +621,40 @@ TEST(Once, AThreadThatIsCancelledWhileItHandsTheControlOnHandsItOn)
     EXPECT_EQ(once.queue, nullptr);
 }
 
+TEST(Once, ARoutineThatPopsMoreHandlersThanItPushedLeavesTheControlHeld)
+{
+    static std::atomic<bool> ended;
+    static Event* popped;
+    static Event* goOn;
+    Event poppedEvent;
+    Event goOnEvent;
+    popped = &poppedEvent;
+    goOn = &goOnEvent;
+    ended = false;
+    onceCalls = 0;
+    VornOnce once = VORN_ONCE_INIT;
+    LibraryThread first([&] {
+        VornThreadOnce(&once, [] {
+            ++onceCalls;
+            VornThreadCleanupPop(1);
+            popped->Set();
+            goOn->Wait();
+            ended = true;
+        });
+    });
+    ASSERT_TRUE(poppedEvent.Wait());
+    EXPECT_NE(__atomic_load_n(&once.queue, __ATOMIC_SEQ_CST), nullptr);
+    LibraryThread second([&] {
+        EXPECT_EQ(VornThreadOnce(&once, &CountOnce), VORN_OK);
+        EXPECT_TRUE(ended);
+    });
+    goOnEvent.Set();
+    first.Join();
+    second.Join();
+    EXPECT_EQ(onceCalls, 1);
+    EXPECT_EQ(once.queue, nullptr);
+}
+
 TEST(Once, NestsForDifferentControls)
 {
     static VornOnce inner;
