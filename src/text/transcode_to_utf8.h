@@ -37,8 +37,8 @@ struct Quads {
         const V ofHigh = Unit::Or(Unit::Or(Unit::ShiftRight16(base, 8), Unit::Set16(0x80F0)),
                                   Unit::And(Unit::ShiftLeft16(base, 6), Unit::Set16(0x3F00)));
         // The lowest two bits of the high surrogate stand where the low one has two ones.
-        const V previous = Unit::template Earlier<2>(pairs.units, Unit::Zero());
-        const V ofLow = Unit::And(lastSixes, Unit::Or(Unit::ShiftLeft16(previous, 4), Unit::Set16(0xFFCF)));
+        const V ofLow =
+            Unit::And(lastSixes, Unit::Or(Unit::ShiftLeft16(pairs.previous, 4), Unit::Set16(0xFFCF)));
         lastTwo = Unit::Choose(Unit::Choose(lastTwo, ofHigh, pairs.highs), ofLow, pairs.lows);
         below800 = Unit::Or(below800, Unit::Or(pairs.highs, pairs.lows));
     }
@@ -158,22 +158,24 @@ Converted Utf16ToUtf8(const wchar_t* src, size_t length, uint8_t* dst, size_t ro
         } else {
             // Where there are surrogates, more of them are likely.
             do {
-                const size_t cut = IsCutPair(work.Text(), kUnits, work.Left());
-                const Pairs<Unit> pairs(units, cut != 0);
-                const size_t count = StoreQuads<Unit>(Quads<Unit>(pairs), work.End());
-                work.Add(kUnits - cut, count - kCutBytes * cut);
+                const Quads<Unit> quads(PairsAt<Unit>(work.Text(), work.done.read == 0));
+                work.Add(kUnits, StoreQuads<Unit>(quads, work.End()));
                 units = Unit::Load(work.Text());
             } while (HasSurrogates<Unit>(units) && isAhead());
         }
     }
+    // The first half of a pair is written again with the second one.
+    if (work.done.read != 0 && work.Left() != 0 && IsPair(work.Text() - 1)) {
+        --work.done.read;
+        work.done.written -= 2;
+    }
     while (work.Left() != 0) {
         const size_t left = work.Left();
         const size_t read = Least(left, 8);
-        const size_t cut = IsCutPair(work.Text(), 8, left);
-        const Pairs<Sse41> pairs(LoadPart(work.Text(), 2 * read), cut != 0);
-        const Utf8Bytes bytes = BytesOf(Quads<Sse41>(pairs));
+        const Utf8Bytes bytes = BytesOf(Quads<Sse41>(PairsOf(LoadPart(work.Text(), 2 * read))));
+        const size_t cut = left > 8 && IsPair(work.Text() + 7);
         // Zeros behind the text give a byte each.
-        const size_t count = bytes.inFirst + bytes.inSecond - kCutBytes * cut - (8 - read);
+        const size_t count = bytes.inFirst + bytes.inSecond - Utf8::Length(kReplacement) * cut - (8 - read);
         if (count > work.Room()) break;
         StoreParts(work.End(), bytes.first, bytes.inFirst, bytes.second, count);
         work.Add(read - cut, count);

@@ -50,48 +50,52 @@ bool HasSurrogates(typename Unit::V units)
     return !Unit::IsZero(Surrogates<Unit>(units));
 }
 
-// Whether the last of `count` units is the first half of a pair whose other half may follow. What it gives
-// does not count: one code point, or kCutBytes of UTF-8. The next vector begins with it, so that this is
-// asked of the memory: the answer is there before those of the vector are.
-bool IsCutPair(const wchar_t* text, size_t count, size_t left)
-{
-    return left > count && static_cast<uint16_t>(text[count - 1]) >> 10 == 0xD800 >> 10;
-}
-
-constexpr size_t kCutBytes = 2;
-
 // A vector of units of which some are surrogates. The ones that stand alone are replaced.
 template <class Unit>
 struct Pairs {
     using V = typename Unit::V;
 
-    Pairs(V text, bool isCut) : units(text)
+    // With the units that lie one before and one behind each.
+    Pairs(V before, V text, V behind) : previous(before), units(text), next(behind)
     {
-        const V surrogates = Surrogates<Unit>(text);
-        lows = Unit::Equal16(Unit::And(text, Unit::Set16(0xFC00)), Unit::Set16(0xDC00));
-        highs = Unit::Xor(surrogates, lows);
-        const uint64_t highBits = Unit::SignBits8(highs);
-        const uint64_t lowBits = uint64_t{Unit::SignBits8(lows)} | uint64_t{isCut} * 3 << Unit::kBytes;
-        if (highBits << 2 != lowBits) ReplaceAlone(surrogates, isCut);
-    }
-
-    V units;
-    V highs;
-    V lows;
-
-private:
-    void ReplaceAlone(V surrogates, bool isCut)
-    {
-        const V lowsOfPairs = Unit::And(lows, Unit::template Earlier<2>(highs, Unit::Zero()));
-        const V behind = Unit::template Later<2>(lows);
-        const V last = Unit::AndNot(Unit::template Later<2>(Unit::Set16(0xFFFF)), Unit::Set16(0xFFFF));
-        const V highsOfPairs = Unit::And(highs, isCut ? Unit::Or(behind, last) : behind);
-        lows = lowsOfPairs;
-        highs = highsOfPairs;
-        const V alone = Unit::AndNot(Unit::Or(highs, lows), surrogates);
+        const V mask = Unit::Set16(0xFC00);
+        const V isHigh = Unit::Equal16(Unit::And(units, mask), Unit::Set16(0xD800));
+        const V isLow = Unit::Equal16(Unit::And(units, mask), Unit::Set16(0xDC00));
+        lows = Unit::And(isLow, Unit::Equal16(Unit::And(previous, mask), Unit::Set16(0xD800)));
+        highs = Unit::And(isHigh, Unit::Equal16(Unit::And(next, mask), Unit::Set16(0xDC00)));
+        const V alone = Unit::AndNot(Unit::Or(highs, lows), Unit::Or(isHigh, isLow));
         units = Unit::Choose(units, Unit::Set16(kReplacement), alone);
     }
+
+    V previous;
+    V units;
+    V next;
+    V highs;
+    V lows;
 };
+
+// In the middle of a text the halves of a pair may lie in two vectors: each unit is looked at with its
+// neighbours in the memory, so that no vector waits for what the one before takes.
+template <class Unit>
+Pairs<Unit> PairsAt(const wchar_t* text, bool isFirst)
+{
+    const auto units = Unit::Load(text);
+    return {isFirst ? Unit::template Earlier<2>(units, Unit::Zero()) : Unit::Load(text - 1), units,
+            Unit::Load(text + 1)};
+}
+
+// At the end of a text the eight units begin with a character, and a pair that is cut is left to the next
+// eight: its first half then counts as standing alone.
+Pairs<Sse41> PairsOf(__m128i units)
+{
+    return {_mm_slli_si128(units, 2), units, _mm_srli_si128(units, 2)};
+}
+
+bool IsPair(const wchar_t* text)
+{
+    return static_cast<uint16_t>(text[0]) >> 10 == 0xD800 >> 10 &&
+           static_cast<uint16_t>(text[1]) >> 10 == 0xDC00 >> 10;
+}
 
 // What has no room goes the plain way, which stops at the right character.
 template <class In, class Out>
@@ -143,16 +147,16 @@ struct CodePoints {
 
     explicit CodePoints(const Pairs<Unit>& pairs)
     {
-        const V next = Unit::template Later<2>(pairs.units);
         const auto join = [](V both, V isHigh) {
             // 1024 times the first and once the second, both taken as negative.
             const V sum = Unit::MultiplyAdd16(both, Unit::Set32(0x00010400));
             const V pair = Unit::Add32(sum, Unit::Set32(0x04010000 - 0x35FDC00));
             return Unit::Choose(Unit::And(both, Unit::Set32(0xFFFF)), pair, isHigh);
         };
-        low = join(Unit::InterleaveLow16(pairs.units, next), Unit::InterleaveLow16(pairs.highs, pairs.highs));
-        high =
-            join(Unit::InterleaveHigh16(pairs.units, next), Unit::InterleaveHigh16(pairs.highs, pairs.highs));
+        low = join(Unit::InterleaveLow16(pairs.units, pairs.next),
+                   Unit::InterleaveLow16(pairs.highs, pairs.highs));
+        high = join(Unit::InterleaveHigh16(pairs.units, pairs.next),
+                    Unit::InterleaveHigh16(pairs.highs, pairs.highs));
         lows = Unit::SignBits8(Unit::PackSigned16(pairs.lows));
     }
 
@@ -202,20 +206,21 @@ Converted Utf16ToUtf32(const wchar_t* src, size_t length, uint32_t* dst, size_t 
         }
         // Where there are surrogates, more of them are likely.
         do {
-            const size_t cut = IsCutPair(work.Text(), kUnits, work.Left());
-            const CodePoints<Unit> all(Pairs<Unit>(units, cut != 0));
+            const CodePoints<Unit> all(PairsAt<Unit>(work.Text(), work.done.read == 0));
             const size_t count = StoreFours<Unit>(
                 all.low, all.high, [&all](int four) { return Control(kDropQuads.of[all.LowsOf(four)]); },
                 [&all](int four) { return 4 - Bits(all.LowsOf(four)); }, work.End());
-            work.Add(kUnits - cut, count - cut);
+            work.Add(kUnits, count);
             units = Unit::Load(work.Text());
         } while (HasSurrogates<Unit>(units) && isAhead());
     }
+    // A pair is written with its first half.
+    if (work.done.read != 0 && work.Left() != 0 && IsPair(work.Text() - 1)) work.Add(1, 0);
     while (work.Left() != 0) {
         const size_t left = work.Left();
         const size_t read = Least(left, 8);
-        const size_t cut = IsCutPair(work.Text(), 8, left);
-        const CodePoints<Sse41> all(Pairs<Sse41>(LoadPart(work.Text(), 2 * read), cut != 0));
+        const CodePoints<Sse41> all(PairsOf(LoadPart(work.Text(), 2 * read)));
+        const size_t cut = left > 8 && IsPair(work.Text() + 7);
         const __m128i low = _mm_shuffle_epi8(all.low, Control(kDropQuads.of[all.LowsOf(0)]));
         const __m128i high = _mm_shuffle_epi8(all.high, Control(kDropQuads.of[all.LowsOf(1)]));
         const size_t count = 8 - Bits(all.lows) - cut - (8 - read);
