@@ -23,7 +23,7 @@ TEST_F(ProcChildrenSoak, AThousandShortLivedChildrenLeaveNoHandle)
         VornPPid* children[kAtATime];
         for (uint32_t i = 0; i < kAtATime; ++i) {
             children[i] = StartChild(L"ReturnsItsArgument", std::to_wstring(next + i));
-            const DWORD error = GetLastError();  // asking the library for its status clears it
+            const DWORD error = GetLastError();
             ASSERT_NE(children[i], nullptr)
                 << VornStatusName(VornGetLastError()) << ", the system's error " << error;
         }
