@@ -45,8 +45,7 @@ typename Unit::V Units16(typename Unit::V both, typename Unit::V last)
     return Unit::Choose(Unit::And(both, Unit::Set16(0x007F)), units, Unit::ShiftRightSigned16(lead, 15));
 }
 
-// Calls put(units, out) for the units of `lanes`, of which each lane is stored whole, and gives the end of
-// those that count.
+// Stores a vector of units, each lane whole, and moves *out behind those that count.
 template <class Unit, class To>
 void Put(typename Unit::V lanes, size_t inFirst, size_t inSecond, typename To::Out** out)
 {
@@ -54,15 +53,42 @@ void Put(typename Unit::V lanes, size_t inFirst, size_t inSecond, typename To::O
     *out += inFirst + (Unit::kLanes == 2 ? inSecond : 0);
 }
 
+// How many bytes give one lane its up to eight units: eight always do, twelve where Fits. With one lane, five
+// times twelve bytes are a block, up to a character that starts behind them; else it takes all 64.
+template <class Unit, unsigned kBytes>
+struct Window {
+    static constexpr size_t kBlockBytes = kBytes == 12 && Unit::kLanes == 1 ? 60 : kBlock;
+    static constexpr unsigned kWithin = kBlockBytes < kBlock ? kBlockBytes + 1 : kBlock;
+
+    static unsigned At(uint64_t places, size_t byte)
+    {
+        return static_cast<unsigned>(places >> byte & LowBits(kBytes));
+    }
+
+    static __m128i Gather(unsigned places)
+    {
+        if constexpr (kBytes == 12) return Control(kGatherPairs12.of[places]);
+        return Control(kGatherPairs8.of[places]);
+    }
+
+    static bool Fits(uint64_t places)
+    {
+        size_t counts = 0;
+        for (size_t i = 0; i < kBlockBytes; i += kBytes) counts |= Bits(At(places, i)) + 7;
+        return counts < 16;
+    }
+};
+
 // Stores the units of the characters and low surrogates at `places`, and up to eight in excess.
-template <class Unit, class To, bool kHasFour>
-void StoreAny(const uint8_t* text, uint64_t places, typename To::Out* out)
+template <class Unit, class To, unsigned kBytes, bool kHasFour>
+void StoreWindows(const uint8_t* text, uint64_t places, typename To::Out* out)
 {
-    for (size_t i = 0; i < kBlock; i += 8 * Unit::kLanes) {
-        const unsigned first = static_cast<uint8_t>(places >> i);
-        const unsigned second = static_cast<uint8_t>(places >> i >> 8);
-        const auto bytes = Unit::LoadLanes(text + i, text + i + 8);
-        const auto at = Unit::Join(Control(kGatherPairs8.of[first]), Control(kGatherPairs8.of[second]));
+    using Each = Window<Unit, kBytes>;
+    for (size_t i = 0; i < Each::kBlockBytes; i += kBytes * Unit::kLanes) {
+        const unsigned first = Each::At(places, i);
+        const unsigned second = Unit::kLanes == 2 ? Each::At(places >> kBytes, i) : 0;
+        const auto bytes = Unit::LoadLanes(text + i, text + i + kBytes);
+        const auto at = Unit::Join(Each::Gather(first), Each::Gather(second));
         const auto both = Unit::Shuffle(bytes, at);
         const auto last = Unit::And(Unit::Shuffle(bytes, Unit::Add16(at, Unit::Set16(2))), Unit::Set16(0x3F));
         Put<Unit, To>(Units16<Unit, kHasFour>(both, last), Bits(first), Bits(second), &out);
@@ -82,36 +108,6 @@ void StoreShort(const uint8_t* text, uint64_t places, unsigned length, typename 
         const auto units = Unit::Or(Unit::And(both, Unit::Set16(0x007F)),
                                     Unit::ShiftRight16(Unit::And(both, Unit::Set16(0x1F00)), 2));
         Put<Unit, To>(units, Bits(places >> i & 0xFF), Bits(places >> i >> 8 & 0xFF), &out);
-    }
-}
-
-// Twelve bytes hold up to eight characters in most texts of three-byte sequences.
-template <class Unit>
-struct Wide {
-    static constexpr size_t kBytes = 12 * Unit::kLanes;
-    // One lane takes five times twelve bytes, up to a character that starts behind them; two lanes all 64.
-    static constexpr size_t kBlockBytes = Unit::kLanes == 1 ? 60 : 64;
-    static constexpr unsigned kWithin = Unit::kLanes == 1 ? 61 : 64;
-
-    static bool Fits(uint64_t places)
-    {
-        size_t sum = 0;
-        for (size_t i = 0; i < kBlockBytes; i += 12) sum |= Bits(places >> i & 0xFFF) + 7;
-        return (sum & 16) == 0;
-    }
-};
-
-template <class Unit, class To>
-void StoreWide(const uint8_t* text, uint64_t places, typename To::Out* out)
-{
-    for (size_t i = 0; i < Wide<Unit>::kBlockBytes; i += Wide<Unit>::kBytes) {
-        const unsigned first = static_cast<unsigned>(places >> i & 0xFFF);
-        const unsigned second = static_cast<unsigned>(places >> i >> 12 & 0xFFF);
-        const auto bytes = Unit::LoadLanes(text + i, text + i + 12);
-        const auto at = Unit::Join(Control(kGatherPairs12.of[first]), Control(kGatherPairs12.of[second]));
-        const auto both = Unit::Shuffle(bytes, at);
-        const auto last = Unit::And(Unit::Shuffle(bytes, Unit::Add16(at, Unit::Set16(2))), Unit::Set16(0x3F));
-        Put<Unit, To>(Units16<Unit, false>(both, last), Bits(first), Bits(second), &out);
     }
 }
 
@@ -156,7 +152,7 @@ struct Utf8To16 {
 
     static void StoreFour(const uint8_t* text, uint64_t places, wchar_t* out)
     {
-        StoreAny<Unit, Utf8To16, true>(text, places, out);
+        StoreWindows<Unit, Utf8To16, 8, true>(text, places, out);
     }
 };
 
@@ -208,8 +204,13 @@ constexpr size_t kExcess = 8;
 // A block is converted when this many bytes are left: those behind it make at least kExcess units.
 constexpr size_t kInPlaceBytes = kBlock + 3 * kExcess + 4;
 
-// One way to convert a block that is not ASCII.
-enum class Shape { kShort, kWide, kThree, kFour };
+// What a block that is not ASCII holds, which decides how it is converted.
+enum class Shape {
+    kShort,   // well-formed sequences of up to two bytes
+    kSparse,  // well-formed ones of up to three bytes, nowhere more than eight in a window of twelve bytes
+    kThree,   // anything of up to three bytes
+    kFour,    // anything
+};
 
 template <class Unit, class To>
 Converted ReadUtf8(Converted (*plain)(const uint8_t*, size_t, typename To::Out*, size_t), const uint8_t* src,
@@ -236,21 +237,19 @@ Converted ReadUtf8(Converted (*plain)(const uint8_t*, size_t, typename To::Out*,
         if (!isWellFormed) {
             masks = MasksOfAny<Unit>(text);
             shape = masks.four != 0 ? Shape::kFour : Shape::kThree;
+        } else if (hasFour) {
+            shape = Shape::kFour;
+            masks = block.Masks(kBlock);
+            masks.four = block.LeadsOfFour() & masks.starts;
+        } else if (!block.HasLeadFrom(0xE0)) {
+            shape = Shape::kShort;
+            masks = block.Masks(kBlock);
         } else {
-            if (hasFour) {
-                shape = Shape::kFour;
+            shape = Shape::kSparse;
+            masks = block.Masks(Window<Unit, 12>::kWithin);
+            if (!Window<Unit, 12>::Fits(masks.starts)) {
+                shape = Shape::kThree;
                 masks = block.Masks(kBlock);
-                masks.four = block.LeadsOfFour() & masks.starts;
-            } else if (!block.HasLeadFrom(0xE0)) {
-                shape = Shape::kShort;
-                masks = block.Masks(kBlock);
-            } else {
-                shape = Shape::kWide;
-                masks = block.Masks(Wide<Unit>::kWithin);
-                if (!Wide<Unit>::Fits(masks.starts)) {
-                    shape = Shape::kThree;
-                    masks = block.Masks(kBlock);
-                }
             }
         }
         const uint64_t places = To::Places(masks.starts, masks.four);
@@ -261,11 +260,11 @@ Converted ReadUtf8(Converted (*plain)(const uint8_t*, size_t, typename To::Out*,
             case Shape::kShort:
                 StoreShort<Unit, To>(text, places, masks.length, out);
                 break;
-            case Shape::kWide:
-                StoreWide<Unit, To>(text, places, out);
+            case Shape::kSparse:
+                StoreWindows<Unit, To, 12, false>(text, places, out);
                 break;
             case Shape::kThree:
-                StoreAny<Unit, To, false>(text, places, out);
+                StoreWindows<Unit, To, 8, false>(text, places, out);
                 break;
             case Shape::kFour:
                 To::StoreFour(text, places, out);

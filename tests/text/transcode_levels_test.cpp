@@ -265,6 +265,30 @@ TEST_P(TranscodeEveryLevel, AgreesWithTheModelOnRandomBytes)
     }
 }
 
+TEST_P(TranscodeEveryLevel, CountsTextsOfAMillionCharacters)
+{
+    constexpr size_t kCount = 1000000;
+    const Text<wchar_t> chinese(kCount, 0x4E2D);
+    EXPECT_EQ(table.countUtf16ToUtf8(chinese.data(), kCount), 3 * kCount);
+    EXPECT_EQ(table.countUtf16ToUtf32(chinese.data(), kCount), kCount);
+    Text<wchar_t> pairs;
+    Text<uint8_t> utf8;
+    for (size_t i = 0; i < kCount; ++i) {
+        ModelWrite(0x1F600, pairs);
+        ModelWrite(0x1F600, utf8);
+    }
+    EXPECT_EQ(table.countUtf16ToUtf8(pairs.data(), pairs.size()), 4 * kCount);
+    EXPECT_EQ(table.countUtf16ToUtf32(pairs.data(), pairs.size()), kCount);
+    EXPECT_EQ(table.countUtf8ToUtf16(utf8.data(), utf8.size()).units, 2 * kCount);
+    EXPECT_EQ(table.countUtf8ToUtf32(utf8.data(), utf8.size()).units, kCount);
+    const Text<uint32_t> codePoints(kCount, 0x1F600);
+    EXPECT_EQ(table.countUtf32ToUtf8(codePoints.data(), kCount), 4 * kCount);
+    EXPECT_EQ(table.countUtf32ToUtf16(codePoints.data(), kCount), 2 * kCount);
+    const Text<uint32_t> noCodePoints(kCount, 0xFFFFFFFF);
+    EXPECT_EQ(table.countUtf32ToUtf8(noCodePoints.data(), kCount), 3 * kCount);
+    EXPECT_EQ(table.countUtf32ToUtf16(noCodePoints.data(), kCount), kCount);
+}
+
 // Every text of three bytes, one behind the other in long texts, each closed by one ASCII byte.
 TEST(Transcode, ReadsEverySequenceOfThreeBytesAsTheModelAtEveryLevel)
 {
