@@ -53,7 +53,6 @@ struct Avx2 {
     static V MultiplyLow16(V a, V b) { return _mm256_mullo_epi16(a, b); }
     static V MultiplyHigh16(V a, V b) { return _mm256_mulhi_epu16(a, b); }  // unsigned
     static V Add32(V a, V b) { return _mm256_add_epi32(a, b); }
-    static V ShiftLeft32(V a, int bits) { return _mm256_slli_epi32(a, bits); }
     static V ShiftLeft16(V a, int bits) { return _mm256_slli_epi16(a, bits); }
     static V ShiftRight16(V a, int bits) { return _mm256_srli_epi16(a, bits); }
     static V ShiftRightSigned16(V a, int bits) { return _mm256_srai_epi16(a, bits); }
@@ -75,12 +74,6 @@ struct Avx2 {
     static V Earlier(V a, V before)
     {
         return _mm256_alignr_epi8(a, _mm256_permute2x128_si256(before, a, 0x21), 16 - count);
-    }
-
-    template <int count>
-    static V Later(V a)
-    {
-        return _mm256_alignr_epi8(_mm256_permute2x128_si256(a, a, 0x81), a, count);
     }
 
     static V Shuffle(V bytes, V at) { return _mm256_shuffle_epi8(bytes, at); }

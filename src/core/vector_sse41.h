@@ -1,9 +1,9 @@
 // vector_sse41.h - the operations of SSE4.1 under the names that code for several vector units uses: 16
 // bytes, one lane of 16. vector_avx2.h has the same for AVX2.
 //
-// Only for source files that are compiled for SSE4.1; without linkage. Numbers in the names are the bits of
-// an element. Comparisons give elements of all ones or zero; SubtractClamped, Max and AtLeast see unsigned
-// elements, everything else signed ones.
+// Only for source files that are compiled for SSE4.1 or more; without linkage. Numbers in the names are the
+// bits of an element. Comparisons give elements of all ones or zero. AtLeast, AtMost, Max and SubtractClamped
+// see unsigned elements, Greater signed ones.
 #ifndef VORN_CORE_VECTOR_SSE41_H
 #define VORN_CORE_VECTOR_SSE41_H
 
@@ -57,7 +57,6 @@ struct Sse41 {
     static V MultiplyLow16(V a, V b) { return _mm_mullo_epi16(a, b); }
     static V MultiplyHigh16(V a, V b) { return _mm_mulhi_epu16(a, b); }  // unsigned
     static V Add32(V a, V b) { return _mm_add_epi32(a, b); }
-    static V ShiftLeft32(V a, int bits) { return _mm_slli_epi32(a, bits); }
     static V ShiftLeft16(V a, int bits) { return _mm_slli_epi16(a, bits); }
     static V ShiftRight16(V a, int bits) { return _mm_srli_epi16(a, bits); }
     static V ShiftRightSigned16(V a, int bits) { return _mm_srai_epi16(a, bits); }
@@ -82,13 +81,6 @@ struct Sse41 {
     static V Earlier(V a, V before)
     {
         return _mm_alignr_epi8(a, before, 16 - count);
-    }
-
-    // What lies `count` bytes behind each byte; zeros at the end.
-    template <int count>
-    static V Later(V a)
-    {
-        return _mm_srli_si128(a, count);
     }
 
     // Within each lane: the bytes at the positions `at`, zero where the sign bit of a position is set.

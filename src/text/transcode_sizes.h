@@ -12,7 +12,7 @@ namespace vorn::detail {
 
 namespace {
 
-// Each group adds no more than twelve to an element of 16 bits.
+// Each group adds no more than eight to an element.
 constexpr size_t kStretchGroups = 4096;
 
 template <class Unit>
@@ -23,7 +23,6 @@ public:
     // One for each element that is all ones.
     void Add16(V found) { sums_ = Unit::Subtract16(sums_, found); }
     void Add32(V found) { sums_ = Unit::Subtract32(sums_, found); }
-    void Subtract16(V found) { sums_ = Unit::Add16(sums_, found); }
 
     // No element of 32 bits is beyond 16 bits either.
     size_t Total() const

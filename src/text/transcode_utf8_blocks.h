@@ -54,7 +54,7 @@ constexpr Shuffle MakeErrorBits(unsigned Utf8Error::*set)
     return bits;
 }
 
-// Those of two bytes of which the second one is a continuation and the first one a lead.
+// The bits of those in which a lead is followed by a continuation.
 constexpr int kErrorsOfContinuations = 0x7C;
 
 constexpr Shuffle kErrorsOfHigh = MakeErrorBits(&Utf8Error::high);
@@ -151,7 +151,8 @@ public:
         return !Unit::IsZero(Unit::SubtractClamped8(greatest, Unit::Set8(least - 1)));
     }
 
-    // Of a block that begins with a character and holds anything.
+    // Of a block that begins with a character and holds anything. A lead begins a sequence if all its
+    // continuations are there and the first of them is a right one. A sequence above U+10FFFF is one as well.
     Utf8Masks MasksOfAny() const
     {
         const uint64_t continuations = ~Starts();
