@@ -5,8 +5,8 @@
 
 #include "core/win32.h"
 
-#include "paired.h"
 #include "file/host_shell.h"
+#include "paired.h"
 #include "support/import_redirect.h"
 
 #include <chrono>

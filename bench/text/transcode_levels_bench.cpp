@@ -6,8 +6,8 @@
 // for each is the best batch: ICU's speed in GB of input per second (icu), each level's speed (AVX2) and its
 // ratio to ICU's (AVX2_x), and how many times faster its size query is than its conversion (AVX2_size).
 
-#include "../paired.h"
 #include "core/cpu.h"
+#include "paired.h"
 #include "text/transcode.h"
 
 #include <algorithm>

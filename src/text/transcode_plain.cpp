@@ -4,7 +4,8 @@ namespace vorn::detail {
 
 namespace {
 
-// The functions that are handed to Read are inlined at each of its calls: that is what makes the length known.
+// The functions that are handed to Read are inlined at each of its calls: that is what makes the length
+// known.
 
 bool IsRare(bool condition)
 {

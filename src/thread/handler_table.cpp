@@ -17,31 +17,31 @@ constexpr uint8_t kSdata2 = 0x0A;
 constexpr uint8_t kSdata4 = 0x0B;
 constexpr uint8_t kSdata8 = 0x0C;
 
-uint64_t ReadUleb128(const uint8_t*& at) noexcept
+// Seven bits to a byte, the lowest first; the top bit says that more follow. Adds the bits read to `bits`.
+uint64_t ReadLeb128(const uint8_t*& at, unsigned* bits) noexcept
 {
     uint64_t value = 0;
-    unsigned shift = 0;
     uint8_t byte;
     do {
         byte = *at++;
-        if (shift < 64) value |= static_cast<uint64_t>(byte & 0x7F) << shift;
-        shift += 7;
+        if (*bits < 64) value |= static_cast<uint64_t>(byte & 0x7F) << *bits;
+        *bits += 7;
     } while ((byte & 0x80) != 0);
     return value;
 }
 
+uint64_t ReadUleb128(const uint8_t*& at) noexcept
+{
+    unsigned bits = 0;
+    return ReadLeb128(at, &bits);
+}
+
 int64_t ReadSleb128(const uint8_t*& at) noexcept
 {
-    uint64_t value = 0;
-    unsigned shift = 0;
-    uint8_t byte;
-    do {
-        byte = *at++;
-        if (shift < 64) value |= static_cast<uint64_t>(byte & 0x7F) << shift;
-        shift += 7;
-    } while ((byte & 0x80) != 0);
-    if (shift < 64 && (byte & 0x40) != 0) value |= ~uint64_t{0} << shift;
-    return static_cast<int64_t>(value);
+    unsigned bits = 0;
+    const uint64_t value = ReadLeb128(at, &bits);
+    const bool negative = (at[-1] & 0x40) != 0;
+    return static_cast<int64_t>(negative && bits < 64 ? value | ~uint64_t{0} << bits : value);
 }
 
 // Bytes of a fixed-width format; 0 for any other.
