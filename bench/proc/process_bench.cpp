@@ -21,37 +21,38 @@ std::wstring Program()
     return path;
 }
 
-void BM_CreateWaitFree_vorn(benchmark::State& state)
+void RunChild(const std::wstring& program)
 {
-    const std::wstring program = Program();
-    for (auto _ : state) {
-        VornPPid* ppid = VornProcCreate(program.c_str(), L"--child", nullptr, nullptr, 0, VORN_PROC_SHOW, 0,
-                                        nullptr, nullptr);
-        if (ppid == nullptr || VornProcWaitForTerm(ppid, VORN_INFINITE) != VORN_OK) std::abort();
-        VornProcFreePPid(ppid);
-    }
+    VornPPid* ppid =
+        VornProcCreate(program.c_str(), L"--child", nullptr, nullptr, 0, VORN_PROC_SHOW, 0, nullptr, nullptr);
+    if (ppid == nullptr || VornProcWaitForTerm(ppid, VORN_INFINITE) != VORN_OK) std::abort();
+    VornProcFreePPid(ppid);
 }
 
-void BM_CreateWaitFree_CreateProcessW(benchmark::State& state)
+void RunChildBare(const std::wstring& program)
 {
-    const std::wstring line = L"\"" + Program() + L"\" --child";
-    for (auto _ : state) {
-        std::wstring writable = line;
-        STARTUPINFOW startup = {};
-        startup.cb = sizeof(startup);
-        startup.dwFlags = STARTF_USESHOWWINDOW;
-        startup.wShowWindow = SW_SHOW;
-        PROCESS_INFORMATION started = {};
-        if (!CreateProcessW(nullptr, writable.data(), nullptr, nullptr, FALSE,
-                            NORMAL_PRIORITY_CLASS | CREATE_UNICODE_ENVIRONMENT, nullptr, nullptr, &startup,
-                            &started))
-        {
-            std::abort();
-        }
-        CloseHandle(started.hThread);
-        WaitForSingleObject(started.hProcess, INFINITE);
-        CloseHandle(started.hProcess);
+    std::wstring line = L"\"" + program + L"\" --child";
+    STARTUPINFOW startup = {};
+    startup.cb = sizeof(startup);
+    startup.dwFlags = STARTF_USESHOWWINDOW;
+    startup.wShowWindow = SW_SHOW;
+    PROCESS_INFORMATION started = {};
+    if (!CreateProcessW(nullptr, line.data(), nullptr, nullptr, FALSE,
+                        NORMAL_PRIORITY_CLASS | CREATE_UNICODE_ENVIRONMENT, nullptr, nullptr, &startup,
+                        &started))
+    {
+        std::abort();
     }
+    CloseHandle(started.hThread);
+    WaitForSingleObject(started.hProcess, INFINITE);
+    CloseHandle(started.hProcess);
+}
+
+void BM_CreateWaitFree_vorn_over_CreateProcessW(benchmark::State& state)
+{
+    const std::wstring program = Program();
+    vorn_bench::Paired(
+        state, 1, [&program] { RunChild(program); }, [&program] { RunChildBare(program); });
 }
 
 uint64_t WalkProcesses()
@@ -123,8 +124,7 @@ void BM_Modules_vorn_over_SnapshotLoop(benchmark::State& state)
     WalkOverBare<&CountModules, &CountModulesBare>(state);
 }
 
-BENCHMARK(BM_CreateWaitFree_vorn)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(BM_CreateWaitFree_CreateProcessW)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_CreateWaitFree_vorn_over_CreateProcessW)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_Processes_vorn_over_SnapshotLoop)->Unit(benchmark::kMicrosecond)->UseRealTime();
 BENCHMARK(BM_Modules_vorn_over_SnapshotLoop)->Unit(benchmark::kMicrosecond)->UseRealTime();
 
