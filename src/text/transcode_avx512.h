@@ -5,6 +5,7 @@
 #define VORN_TEXT_TRANSCODE_AVX512_H
 
 #include "text/transcode.h"
+#include "text/transcode_finish.h"
 
 #include <immintrin.h>
 
@@ -50,17 +51,6 @@ __m512i Word(int value)
 __m512i Dword(uint32_t value)
 {
     return _mm512_set1_epi32(static_cast<int>(value));
-}
-
-// What has no room, and whatever is left behind it, goes the plain way, which stops at the right character.
-template <class In, class Out>
-Converted Finish(Converted (*plain)(const In*, size_t, Out*, size_t), Converted done, const In* src,
-                 size_t length, Out* dst, size_t room)
-{
-    if (done.read == length) return done;
-    const Converted rest =
-        plain(src + done.read, length - done.read, dst + done.written, room - done.written);
-    return {done.read + rest.read, done.written + rest.written};
 }
 
 void Store16(wchar_t* dst, __m512i units, size_t count)

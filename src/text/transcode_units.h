@@ -9,6 +9,7 @@
 
 #include "core/vector_sse41.h"
 #include "text/transcode.h"
+#include "text/transcode_finish.h"
 #include "text/transcode_lanes.h"
 
 namespace vorn::detail {
@@ -95,17 +96,6 @@ bool IsPair(const wchar_t* text)
 {
     return static_cast<uint16_t>(text[0]) >> 10 == 0xD800 >> 10 &&
            static_cast<uint16_t>(text[1]) >> 10 == 0xDC00 >> 10;
-}
-
-// What has no room goes the plain way, which stops at the right character.
-template <class In, class Out>
-Converted Finish(Converted (*plain)(const In*, size_t, Out*, size_t), Converted done, const In* src,
-                 size_t length, Out* dst, size_t room)
-{
-    if (done.read == length) return done;
-    const Converted rest =
-        plain(src + done.read, length - done.read, dst + done.written, room - done.written);
-    return {done.read + rest.read, done.written + rest.written};
 }
 
 // Stores exactly the first `count` units of two lanes, of which `inFirst` are in the first.

@@ -10,7 +10,7 @@
 
 #include "core/win32.h"
 
-#include "thread/tls_slot.h"
+#include "core/tls_slot.h"
 
 #include <atomic>
 #include <cstddef>

@@ -3,8 +3,8 @@
 // TlsGetValue clears the system error, and callers of ours rely on it being left alone. The slots are where
 // the system's own headers document them: 64 in the thread's block, the others in an array behind a pointer
 // that stays null until the thread first stores into one of them.
-#ifndef VORN_THREAD_TLS_SLOT_H
-#define VORN_THREAD_TLS_SLOT_H
+#ifndef VORN_CORE_TLS_SLOT_H
+#define VORN_CORE_TLS_SLOT_H
 
 #include "core/win32.h"
 
